@@ -1,0 +1,58 @@
+// Message service: every diagnostic of the tool is a numbered message whose
+// kind (fatal, error, warning with a level, message) and printf-style text
+// come from the message description file (msgfile.h). The service filters
+// by warning threshold and per-message overrides, counts errors and
+// warnings, ends the process on a fatal message or past the error limit,
+// and prints one line per message on standard error in plain or template
+// style. Process-wide, single-threaded state; initialised lazily on first use.
+#pragma once
+
+#include <cstdarg>
+#include <cstddef>
+#include <string>
+
+// Report message `num` with the printf arguments its text expects.
+// Returns 1 when a line was printed, 0 when suppressed or filtered.
+// Does not return for a fatal message or when the error limit is exceeded.
+int alert(unsigned num, ...);
+int valert(unsigned num, va_list ap);
+
+// Report with an explicit type ("E", "F", a warning level such as "3" or
+// "-2", anything else a message of level 10) and a literal format; no
+// per-message override applies.
+int alert_typed(unsigned num, const char *type, const char *fmt, ...)
+    __attribute__((format(printf, 3, 4)));
+
+int alert_setWarnLevel(int level);      // returns the previous threshold
+unsigned set_maxerrors(unsigned limit); // returns the previous limit
+void alert_setTemplateStyle(unsigned on);
+void alert_disable(const char *list);   // "--msgdisable=" grammar
+void alert_msgControl(unsigned num, unsigned code); // control codes 0-10
+bool alert_errorReached();              // the final error test
+unsigned alert_errorCount();
+unsigned alert_warningCount();
+
+// Position of the message source; the tool clears it and never sets it.
+void alert_setPosition(const char *file, const unsigned *line,
+                       const char *const *lineStart, const char *const *cur);
+
+// Observer called before each printed message, and an output sink that
+// receives each finished line instead of standard error.
+using alert_observer = void (*)(int kind, const char *text);
+using alert_sink = void (*)(const char *line);
+void alert_setObserver(alert_observer fn);
+void alert_setSink(alert_sink fn);
+alert_sink alert_getSink();
+
+// Text utilities. alert_format prints into a 4096-byte buffer; a longer
+// result is cut and "buffer overflow in vsnprintf" goes to standard error.
+std::string alert_format(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+std::string alert_vformat(const char *fmt, va_list ap);
+
+// The one path by which the library layers may end the process: fatal
+// message 296 "out of memory".
+[[noreturn]] void alert_outOfMemory();
+
+// Tests only: return the whole service (counters, limits, overrides, style,
+// message tables) to its state at program start.
+void alert_resetForTests();

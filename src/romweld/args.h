@@ -1,0 +1,104 @@
+// Argument framework: the argument record, the 19 argument kinds and their
+// table (names, usage, help and example texts, in help-listing order), the
+// matching of an argument text against the parsers in their fixed order,
+// the argument error/warning messages (1600/1601) every option uses, and
+// process(): the records' operations run grouped by kind in a fixed order.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "ihex/ihex.h"
+
+enum argt : uint32_t {
+  ARGT_INFILE = 1,
+  ARGT_SLA = 2,
+  ARGT_SSA = 3,
+  ARGT_ADDRESSING = 4,
+  ARGT_BREAK = 5,
+  ARGT_CHECKSUM = 6,
+  ARGT_FIND = 7,
+  ARGT_DELETE = 8,
+  ARGT_REPLACE = 9,
+  ARGT_FORMAT = 10,
+  ARGT_MASK = 11,
+  ARGT_OUTFILE = 12,
+  ARGT_SERIAL = 13,
+  ARGT_SIZE = 14,
+  ARGT_STRING = 15,
+  ARGT_STRPACK = 16,
+  ARGT_FILL = 17,
+  ARGT_LOGFILE = 18,
+  ARGT_HELP = 19,
+};
+
+// Parser outcomes; 0 means "not this parser's option".
+enum { MATCH_NONE = 0, MATCH_OK = 1, MATCH_ERROR = 2 };
+
+struct outformat; // settings.h
+
+struct romweld_arg;
+using romweld_op = bool (*)(romweld_arg *);
+
+struct romweld_arg {
+  uint32_t id = 0;          // the kind; never 0 once parsed
+  std::string str;          // argument text as given, '+' included
+  romweld_op op = nullptr;  // the kind's operation, set by the parser
+
+  // Kind data: what the parser extracted.
+  struct {
+    std::string path;
+    ihex_readspec spec;
+    bool forced = false;    // '+' prefix
+  } infile;
+  std::optional<std::string> outpath; // -O: none suppresses output
+  struct {
+    const outformat *format = nullptr;
+    bool hasLength = false;
+    uint32_t length = 0;
+  } format;
+  uint32_t addressing = 0;
+  std::set<uint64_t> breaks;
+  uint32_t sla = 0;
+  uint32_t ssa = 0;
+  int helpRow = -1;         // -HELP target row in argt_table; -1 lists all
+};
+
+struct argt_row {
+  uint32_t id;
+  const char *name;
+  const char *usage;
+  const char *help;
+  const char *example;
+};
+extern const argt_row argt_table[19];
+const argt_row *argt_rowOf(uint32_t id);
+
+// Adding arguments (parsing happens here, before any processing).
+bool args_add(const std::string &text);
+bool args_addList(const std::vector<std::string> &list); // stops at first failure
+bool args_addf(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+size_t args_count();
+std::string args_text(size_t n); // empty past the end
+const std::vector<std::unique_ptr<romweld_arg>> &args_all();
+void args_reset(); // drops all records and resets the run (settings.h)
+
+// Runs the pipeline (mode 1); mode 0 does nothing and returns false.
+bool process(int mode);
+
+// Message 1600 (error) / 1601 (warning): the argument's text and a
+// description formatted from fmt.
+void arg_error(const romweld_arg *a, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+void arg_warning(const romweld_arg *a, const char *fmt, ...) __attribute__((format(printf, 2, 3)));
+
+// Option-word matching shared by the parsers: skips one optional '+', then
+// compares `word` case-insensitively over its length. Returns the text just
+// past the word, or null when it does not match; *plus tells whether '+'
+// was given.
+const char *arg_matchWord(const romweld_arg *a, const char *word, bool *plus);
+// Issues "'+' prefix is not supported by <word>" when plus is set.
+void arg_plusIgnored(const romweld_arg *a, bool plus, const char *word);

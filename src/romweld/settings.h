@@ -1,0 +1,67 @@
+// Run-wide settings `romweld.*`: output file, format and record length,
+// addressing unit, start addresses, log file, -SIZE request, the span of
+// placed data, and the run's hex object. Written by parsers and operations,
+// read by the pipeline, the writer and the log. romweld_reset() returns
+// every setting to its initial value.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+#include <string>
+
+struct ihex;
+struct romweld_arg;
+
+// Output-format table: looked up by name; the "UNKNOWN" row ends it.
+struct outformat {
+  unsigned id;
+  const char *name;
+  unsigned writer; // code given to ihex_write
+  bool allowSLA;
+  bool allowSSA;
+  unsigned addrBytes;
+  const char *rangeReason; // for message 1602; null when none
+};
+extern const outformat outformat_table[5]; // INHX8M, INHX16, INHX32, INHX032, UNKNOWN
+const outformat *outformat_default();      // INHX32
+
+// Start address setting: state 0 discarded, 1 may come from input files,
+// 2 set by --SLA / --SSA.
+struct startaddr {
+  int state = 1;
+  struct {
+    const romweld_arg *definedBy = nullptr;
+    uint32_t value = 0;
+  } current;
+};
+
+struct romweld_settings {
+  struct {
+    std::optional<std::string> path;
+    bool suppress = false;
+    const outformat *format = nullptr;
+    uint32_t maxLength = 0;
+  } output;
+  uint32_t addressing = 0;
+  startaddr sla;
+  startaddr ssa;
+  struct {
+    std::optional<std::string> path;
+    FILE *fp = nullptr;
+    bool findSection = false;
+  } log;
+  bool sizeRequested = false;
+  // Lowest and highest address of placed data (input files, fills,
+  // replacements), for the log and the size report.
+  struct {
+    uint64_t lo = ~uint64_t(0);
+    uint64_t hi = 0;
+    bool empty = true;
+  } span;
+  ihex *hex = nullptr; // the run's hex object, owned
+};
+
+extern romweld_settings romweld;
+void romweld_reset();
+void romweld_widenSpan(uint64_t lo, uint64_t hi);
