@@ -1,0 +1,32 @@
+// Parsers and operations of the option families. Each parser looks at a
+// record whose `str` is set and answers MATCH_NONE, MATCH_OK (record filled,
+// `id` and `op` set) or MATCH_ERROR (message already issued). Each operation
+// is called by process() at its kind's place and returns false to stop the run.
+#pragma once
+
+struct romweld_arg;
+
+// Input files (opt_infile.cpp)
+int parseINFILE(romweld_arg *a);
+bool doINFILE(romweld_arg *a);
+
+// Output control (opt_output.cpp)
+int parseSLA(romweld_arg *a);
+bool doSLA(romweld_arg *a);
+int parseSSA(romweld_arg *a);
+bool doSSA(romweld_arg *a);
+int parseADDRESSING(romweld_arg *a);
+bool doADDRESSING(romweld_arg *a);
+int parseBREAK(romweld_arg *a);
+bool doBREAK(romweld_arg *a);
+int parseFORMAT(romweld_arg *a);
+bool doFORMAT(romweld_arg *a);
+int parseOUTFILE(romweld_arg *a);
+bool doOUTFILE(romweld_arg *a);
+int parseSIZE(romweld_arg *a);
+bool doSIZE(romweld_arg *a);
+int parseLOGFILE(romweld_arg *a); // no operation: the log opens at step 2
+
+// -HELP (opt_help.cpp)
+int parseHELP(romweld_arg *a);
+bool doHELP(romweld_arg *a);
