@@ -100,5 +100,39 @@ void arg_warning(const romweld_arg *a, const char *fmt, ...) __attribute__((form
 // past the word, or null when it does not match; *plus tells whether '+'
 // was given.
 const char *arg_matchWord(const romweld_arg *a, const char *word, bool *plus);
-// Issues "'+' prefix is not supported by <word>" when plus is set.
+// Issues "'+' prefix is not supported by <word>" when plus is set; the word
+// is named in lower case.
 void arg_plusIgnored(const romweld_arg *a, bool plus, const char *word);
+
+// Internal consistency check on a named expression: a failure reports the
+// expression, the source file and the line, and ends the process. Guards
+// programming errors only, never user input.
+[[noreturn]] void arg_assertFailed(const char *expr, const char *file, unsigned line);
+#define ROMWELD_ASSERT(e) ((e) ? (void)0 : arg_assertFailed(#e, __FILE__, __LINE__))
+
+// The parsers in the order they are offered an argument text, each with the
+// kinds it produces (first kind: the one whose usage a MATCH_ERROR shows
+// when the parser left the record's id unset).
+using romweld_parser = int (*)(romweld_arg *);
+struct argt_parserEntry {
+  romweld_parser parse;
+  uint32_t kinds[2]; // 0 when unused
+};
+extern const argt_parserEntry argt_parserOrder[];
+extern const size_t argt_parserCount;
+
+// The processing pipeline as data: each step runs the records of its kinds
+// (in command-line order or last given first) and then its stage work.
+enum step_result { STEP_NEXT, STEP_DONE, STEP_FAIL };
+struct argt_step {
+  unsigned first, last;  // the step numbers of the run this entry covers
+  uint32_t kinds[3];     // 0 when unused
+  bool lastFirst;        // reverse command-line order
+  step_result (*stage)(size_t ran); // after the records; null when none
+};
+extern const argt_step argt_steps[];
+extern const size_t argt_stepCount;
+
+// Appends a record that is already filled (id and op set), as a parser
+// would; for tests that drive process() with records of their own.
+romweld_arg *args_append(std::unique_ptr<romweld_arg> a);

@@ -1,0 +1,38 @@
+#include "romweld/settings.h"
+
+#include <algorithm>
+
+#include "ihex/ihex.h"
+
+romweld_settings romweld;
+
+// Writer codes and reach of each Intel HEX variant; "UNKNOWN" ends the
+// table and is never a valid choice.
+const outformat outformat_table[5] = {
+    {1, "INHX8M", 0, false, false, 2, "data at address > 0xFFFF"},
+    {2, "INHX16", 1, false, true, 3, "data at address > 0xFFFFF"},
+    {3, "INHX32", 2, true, false, 4, "data at address > 0xFFFFFFFF"},
+    {4, "INHX032", 3, true, false, 4, nullptr},
+    {0, "UNKNOWN", 3, true, false, 0, nullptr},
+};
+
+const outformat *outformat_default() { return &outformat_table[2]; }
+
+void romweld_reset() {
+  if (romweld.log.fp)
+    std::fclose(romweld.log.fp);
+  if (romweld.hex)
+    ihex_destroy(romweld.hex);
+  romweld = romweld_settings{};
+}
+
+void romweld_widenSpan(uint64_t lo, uint64_t hi) {
+  if (romweld.span.empty) {
+    romweld.span.lo = lo;
+    romweld.span.hi = hi;
+    romweld.span.empty = false;
+    return;
+  }
+  romweld.span.lo = std::min(romweld.span.lo, lo);
+  romweld.span.hi = std::max(romweld.span.hi, hi);
+}
