@@ -1,0 +1,774 @@
+// Hex object, Intel HEX reader and writer.
+//
+// The reader pulls the stream in large blocks and decodes each record in
+// place: no allocation per line, one table lookup per hexadecimal digit, one
+// run store per data record. Lines longer than any valid record are judged
+// while they stream past, so a multi-gigabyte line costs no memory.
+// The writer walks the image row by row and formats records into its own
+// large buffer before handing whole blocks to the stream.
+#include "ihex/ihex.h"
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "ihex/hex_errno.h"
+
+// ---- read spec ------------------------------------------------------------
+
+bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value) {
+  if (!s) {
+    hex_setError(ENULL);
+    return false;
+  }
+  if (s->hasEnd && value > s->end) {
+    hex_setError(EBADADDR);
+    return false;
+  }
+  if (s->offset < 0 && value < static_cast<uint64_t>(-static_cast<int64_t>(s->offset))) {
+    hex_setError(EBELOWZERO);
+    return false;
+  }
+  s->start = value;
+  s->hasStart = true;
+  return true;
+}
+
+bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value) {
+  if (!s) {
+    hex_setError(ENULL);
+    return false;
+  }
+  if (s->hasStart && value < s->start) {
+    hex_setError(EBADADDR);
+    return false;
+  }
+  s->end = value;
+  s->hasEnd = true;
+  return true;
+}
+
+bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value) {
+  if (!s) {
+    hex_setError(ENULL);
+    return false;
+  }
+  if (s->hasStart && value < 0 && s->start < static_cast<uint64_t>(-static_cast<int64_t>(value))) {
+    hex_setError(EBELOWZERO);
+    return false;
+  }
+  s->offset = value;
+  return true;
+}
+
+#define SPEC_GET(type, name, expr, dflt)                                                           \
+  type name(const ihex_readspec *s) {                                                              \
+    if (!s) {                                                                                      \
+      hex_setError(ENULL);                                                                         \
+      return dflt;                                                                                 \
+    }                                                                                              \
+    return expr;                                                                                   \
+  }
+SPEC_GET(bool, ihex_readspec_hasStart, s->hasStart, false)
+SPEC_GET(uint64_t, ihex_readspec_getStart, s->hasStart ? s->start : 0, 0)
+SPEC_GET(bool, ihex_readspec_hasEnd, s->hasEnd, false)
+SPEC_GET(uint64_t, ihex_readspec_getEnd, s->hasEnd ? s->end : 0, 0)
+SPEC_GET(int32_t, ihex_readspec_getOffset, s->offset, 0)
+SPEC_GET(bool, ihex_readspec_willPreserveData, s->willPreserveData, false)
+SPEC_GET(bool, ihex_readspec_canBeClobbered, s->canBeClobbered, true)
+#undef SPEC_GET
+
+void ihex_readspec_setPreserveData(ihex_readspec *s, bool on) {
+  if (!s)
+    return hex_setError(ENULL);
+  s->willPreserveData = on;
+}
+
+void ihex_readspec_setCanBeClobbered(ihex_readspec *s, bool on) {
+  if (!s)
+    return hex_setError(ENULL);
+  s->canBeClobbered = on;
+}
+
+void ihex_readspec_setNote(ihex_readspec *s, const void *note) {
+  if (!s)
+    return hex_setError(ENULL);
+  s->note = note;
+  s->hasNote = true;
+}
+
+// ---- hex object -------------------------------------------------------------
+
+ihex *ihex_create() {
+  ihex *x = new (std::nothrow) ihex;
+  if (!x) {
+    hex_setError(EMEMORY);
+    return nullptr;
+  }
+  x->image = hex_create();
+  if (!x->image) {
+    delete x;
+    return nullptr;
+  }
+  return x;
+}
+
+void ihex_destroy(ihex *x) {
+  if (!x)
+    return;
+  hex_destroy(x->image);
+  delete x;
+}
+
+hexdata *ihex_getImage(ihex *x) {
+  if (!x) {
+    hex_setError(ENULL);
+    return nullptr;
+  }
+  return x->image;
+}
+
+bool ihex_setMaxLength(ihex *x, uint32_t len) {
+  if (!x) {
+    hex_setError(ENULL);
+    return false;
+  }
+  if (len == 0) {
+    hex_setError(EARG);
+    return false;
+  }
+  x->maxLength = len;
+  return true;
+}
+
+uint32_t ihex_getMaxLength(const ihex *x) {
+  if (!x) {
+    hex_setError(ENULL);
+    return 0;
+  }
+  return x->maxLength;
+}
+
+bool ihex_addBreak(ihex *x, uint64_t addr) {
+  if (!x) {
+    hex_setError(ENULL);
+    return false;
+  }
+  if (addr > 0xFFFFFFFFFFFFFFFEull) {
+    hex_setError(EARG);
+    return false;
+  }
+  x->breaks.insert(addr);
+  return true;
+}
+
+bool ihex_hasSSA(const ihex *x) {
+  if (!x) {
+    hex_setError(ENULL);
+    return false;
+  }
+  return x->hasCS && x->hasIP;
+}
+
+uint32_t ihex_getSSA(const ihex *x) {
+  if (!ihex_hasSSA(x))
+    return 0;
+  return static_cast<uint32_t>((x->CS << 16) + x->IP);
+}
+
+bool ihex_setSSA(ihex *x, uint64_t cs, uint64_t ip) {
+  if (!x) {
+    hex_setError(ENULL);
+    return false;
+  }
+  bool ok = true;
+  if (cs > 0xFFFF) {
+    hex_setError(EARG);
+    cs &= 0xFFFF;
+    ok = false;
+  }
+  if (ip > 0xFFFF) {
+    hex_setError(EARG);
+    ip &= 0xFFFF;
+    ok = false;
+  }
+  x->CS = cs;
+  x->IP = ip;
+  x->hasCS = x->hasIP = true;
+  return ok;
+}
+
+void ihex_clearSSA(ihex *x) {
+  if (!x)
+    return hex_setError(ENULL);
+  x->CS = x->IP = 0;
+  x->hasCS = x->hasIP = false;
+}
+
+bool ihex_hasSLA(const ihex *x) {
+  if (!x) {
+    hex_setError(ENULL);
+    return false;
+  }
+  return x->hasEIP;
+}
+
+uint32_t ihex_getSLA(const ihex *x) { return ihex_hasSLA(x) ? x->EIP : 0; }
+
+void ihex_setSLA(ihex *x, uint32_t eip) {
+  if (!x)
+    return hex_setError(ENULL);
+  x->EIP = eip;
+  x->hasEIP = true;
+}
+
+void ihex_clearSLA(ihex *x) {
+  if (!x)
+    return hex_setError(ENULL);
+  x->EIP = 0;
+  x->hasEIP = false;
+}
+
+bool ihex_merge(ihex *dst, ihex *src, bool force) {
+  if (!dst || !src) {
+    hex_setError(ENULL);
+    return false;
+  }
+  bool ok = true;
+  if (src->hasCS && src->hasIP) {
+    if (dst->hasCS && dst->hasIP && !force) {
+      if (dst->CS != src->CS || dst->IP != src->IP) {
+        hex_setError(EIPCONFLICT, 0u);
+        ok = false;
+      }
+    } else if (!ihex_setSSA(dst, src->CS, src->IP)) {
+      ok = false;
+    }
+  }
+  if (src->hasEIP) {
+    if (dst->hasEIP && !force && dst->EIP != src->EIP) {
+      hex_setError(EEIPCONFLICT, 0u);
+      hex_mergeFrom(dst->image, src->image, force);
+      return false;
+    }
+    ihex_setSLA(dst, src->EIP);
+  }
+  if (!hex_mergeFrom(dst->image, src->image, force))
+    ok = false;
+  return ok;
+}
+
+// ---- reader -----------------------------------------------------------------
+
+namespace {
+
+constexpr uint8_t HX_BAD = 0x80; // not a hexadecimal digit
+constexpr uint8_t HX_WS = 0x40;  // white space (with HX_BAD)
+
+struct hexDigits {
+  uint8_t v[256];
+  constexpr hexDigits() : v() {
+    for (int c = 0; c < 256; ++c)
+      v[c] = HX_BAD;
+    for (int c = '0'; c <= '9'; ++c)
+      v[c] = static_cast<uint8_t>(c - '0');
+    for (int c = 'A'; c <= 'F'; ++c)
+      v[c] = static_cast<uint8_t>(c - 'A' + 10);
+    for (int c = 'a'; c <= 'f'; ++c)
+      v[c] = static_cast<uint8_t>(c - 'a' + 10);
+    for (char c : {'\t', '\n', '\v', '\f', '\r', ' '})
+      v[static_cast<uint8_t>(c)] = HX_BAD | HX_WS;
+  }
+};
+constexpr hexDigits HX;
+
+inline uint8_t hx(char c) { return HX.v[static_cast<uint8_t>(c)]; }
+inline bool isWs(char c) { return (hx(c) & HX_WS) != 0; }
+
+// The longest line that can hold a record: 255 data bytes.
+constexpr size_t MAX_RECORD_CHARS = 2 * 255 + 11;
+// A line without a line end that grows past this is judged while streaming.
+constexpr size_t LONG_LINE = 4096;
+constexpr size_t READ_BLOCK = size_t(1) << 20;
+
+enum { MODE_NONE, MODE_SEGMENT, MODE_LINEAR };
+
+struct reader {
+  ihex *x;
+  hexdata *img;
+  const ihex_readspec *spec;
+  bool force;
+  bool ok = true;
+  bool eofSeen = false;
+  uint32_t line = 0;
+  int mode = MODE_NONE;
+  uint64_t base = 0;
+};
+
+// Stores one piece of a data record whose file addresses are contiguous.
+// False: the offset would place data below address 0 (reading stops).
+bool storePiece(reader &r, uint64_t fa, const uint8_t *d, uint64_t n) {
+  const ihex_readspec *s = r.spec;
+  int64_t offset = 0;
+  if (s) {
+    if (s->hasStart && fa < s->start) {
+      uint64_t skip = s->start - fa;
+      if (skip >= n)
+        return true;
+      fa += skip;
+      d += skip;
+      n -= skip;
+    }
+    if (s->hasEnd && fa + n - 1 > s->end) {
+      if (fa > s->end)
+        return true;
+      n = s->end - fa + 1;
+    }
+    offset = s->offset;
+    if (offset < 0 && fa < static_cast<uint64_t>(-offset)) {
+      hex_setError(EBELOWZERO);
+      return false;
+    }
+  }
+  uint64_t ia = fa + static_cast<uint64_t>(offset);
+  if (hex_putBytes(r.img, ia, d, n, r.force) != n)
+    r.ok = false;
+  if (s) {
+    if (s->willPreserveData)
+      hex_preserveData(r.img, ia, ia + n - 1, 1);
+    if (s->hasNote)
+      hex_setNote(r.img, ia, ia + n - 1, s->note);
+  }
+  return true;
+}
+
+bool applyData(reader &r, uint32_t aaaa, const uint8_t *d, uint32_t n) {
+  if (n == 0)
+    return true;
+  uint64_t first = aaaa;
+  uint32_t n1 = n;
+  uint64_t wrapTo = 0;
+  switch (r.mode) {
+  case MODE_NONE: // no extended address yet: addresses run on past 0xFFFF
+    break;
+  case MODE_SEGMENT: // wraps inside its 64 KiB segment
+    first = r.base + aaaa;
+    if (aaaa + n > 0x10000) {
+      n1 = 0x10000 - aaaa;
+      wrapTo = r.base;
+    }
+    break;
+  default: // linear: carries into the next segment, wraps at 4 GiB
+    first = (r.base + aaaa) & 0xFFFFFFFFull;
+    if (first + n > 0x100000000ull)
+      n1 = static_cast<uint32_t>(0x100000000ull - first);
+    break;
+  }
+  if (!storePiece(r, first, d, n1))
+    return false;
+  if (n1 < n)
+    return storePiece(r, wrapTo, d + n1, n - n1);
+  return true;
+}
+
+// Judges one physical line (without its line end). False stops reading.
+bool readLine(reader &r, const char *p, size_t n) {
+  ++r.line;
+  while (n > 0 && isWs(p[n - 1]))
+    --n;
+  if (n < 11 || p[0] != ':') {
+    hex_setError(EREADHEX, r.line);
+    r.ok = false;
+    return true;
+  }
+  // Decode digit pairs; anything that is not a digit sends the line to the
+  // slow path that tells a stray character from embedded white space.
+  uint8_t b[MAX_RECORD_CHARS / 2 + 1];
+  const size_t digits = n - 1;
+  bool clean = digits <= MAX_RECORD_CHARS - 1;
+  if (clean) {
+    const char *q = p + 1;
+    for (size_t k = 0; k + 1 < digits; k += 2) {
+      uint8_t h = hx(q[k]), l = hx(q[k + 1]);
+      if ((h | l) & HX_BAD) {
+        clean = false;
+        break;
+      }
+      b[k / 2] = static_cast<uint8_t>(h << 4 | l);
+    }
+    if (clean && (digits & 1) && (hx(p[n - 1]) & HX_BAD))
+      clean = false;
+  }
+  if (!clean) {
+    for (size_t i = 1; i < n; ++i) {
+      uint8_t t = hx(p[i]);
+      if (t & HX_WS)
+        break;
+      if (t & HX_BAD) {
+        hex_setError(EBADCHAR, r.line);
+        r.ok = false;
+        return true;
+      }
+    }
+    // Only digits up to the first white space: the record is still broken
+    // (too long, or white space inside it).
+    hex_setError(EREADHEX, r.line);
+    r.ok = false;
+    return true;
+  }
+  const uint32_t ll = b[0];
+  if (2 * ll + 11 != n) {
+    hex_setError(EREADHEX, r.line);
+    r.ok = false;
+    return true;
+  }
+  unsigned sum = 0;
+  for (uint32_t i = 0; i < ll + 5; ++i)
+    sum += b[i];
+  if (sum & 0xFF) {
+    // A record that fails its checksum is still applied; the failure
+    // reaches the caller through the error list and the result.
+    hex_setError(ECHECKSUM, r.line);
+    r.ok = false;
+  }
+  const uint32_t aaaa = static_cast<uint32_t>(b[1]) << 8 | b[2];
+  const uint8_t type = b[3];
+  const uint8_t *d = b + 4;
+  switch (type) {
+  case 0x00:
+    return applyData(r, aaaa, d, ll);
+  case 0x01: // records after the end-of-file record are still applied
+    r.eofSeen = true;
+    return true;
+  case 0x02:
+  case 0x04:
+    if (ll != 2) {
+      hex_setError(EREADHEX, r.line);
+      return false;
+    }
+    if (type == 0x02) {
+      r.base = (static_cast<uint64_t>(d[0]) << 8 | d[1]) << 4;
+      r.mode = MODE_SEGMENT;
+    } else {
+      r.base = (static_cast<uint64_t>(d[0]) << 8 | d[1]) << 16;
+      r.mode = MODE_LINEAR;
+    }
+    return true;
+  case 0x03: {
+    if (ll != 4) {
+      hex_setError(EREADHEX, r.line);
+      r.ok = false;
+      return true;
+    }
+    uint64_t cs = static_cast<uint64_t>(d[0]) << 8 | d[1];
+    uint64_t ip = static_cast<uint64_t>(d[2]) << 8 | d[3];
+    if (r.x->hasCS && r.x->CS != cs) {
+      hex_setError(ECSCONFLICT, r.line);
+      r.ok = false;
+    }
+    if (r.x->hasIP && r.x->IP != ip) {
+      hex_setError(EIPCONFLICT, r.line);
+      r.ok = false;
+    }
+    r.x->CS = cs;
+    r.x->IP = ip;
+    r.x->hasCS = r.x->hasIP = true;
+    return true;
+  }
+  case 0x05: {
+    if (ll != 4) {
+      hex_setError(EREADHEX, r.line);
+      r.ok = false;
+      return true;
+    }
+    uint32_t eip = static_cast<uint32_t>(d[0]) << 24 | static_cast<uint32_t>(d[1]) << 16 |
+                   static_cast<uint32_t>(d[2]) << 8 | d[3];
+    if (r.x->hasEIP && r.x->EIP != eip) {
+      hex_setError(EEIPCONFLICT, r.line);
+      r.ok = false;
+    }
+    r.x->EIP = eip;
+    r.x->hasEIP = true;
+    return true;
+  }
+  default:
+    hex_setError(EUNKNOWNREC, r.line, static_cast<unsigned>(type));
+    return false;
+  }
+}
+
+// A line too long to hold a record, judged as it streams past: only its
+// first character, whether a stray character comes before the first white
+// space, and where its last non-blank character lies matter. Its head is
+// kept in case the rest turns out to be trailing white space.
+struct longLine {
+  char head[MAX_RECORD_CHARS];
+  uint64_t len = 0;
+  uint64_t trimmed = 0; // length up to the last non-blank character
+  bool scanning = true;
+  bool bad = false;
+
+  void feed(const char *p, size_t n) {
+    for (size_t i = 0; i < n; ++i, ++len) {
+      const char c = p[i];
+      if (len < sizeof head)
+        head[len] = c;
+      const uint8_t t = hx(c);
+      if (!(t & HX_WS))
+        trimmed = len + 1;
+      if (len > 0 && scanning && (t & HX_BAD)) {
+        scanning = false;
+        bad = !(t & HX_WS);
+      }
+    }
+  }
+
+  bool finish(reader &r) {
+    if (trimmed <= sizeof head)
+      return readLine(r, head, static_cast<size_t>(trimmed));
+    ++r.line;
+    hex_setError(head[0] == ':' && bad ? EBADCHAR : EREADHEX, r.line);
+    r.ok = false;
+    return true;
+  }
+};
+
+} // namespace
+
+bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec) {
+  if (!x || !in) {
+    hex_setError(ENULL);
+    return false;
+  }
+  reader r{x, x->image, spec, spec && !spec->canBeClobbered};
+  x->CS = x->IP = 0;
+  x->hasCS = x->hasIP = false;
+  x->EIP = 0;
+  x->hasEIP = false;
+  hex_clear(x->image);
+
+  std::unique_ptr<char[]> buf(new (std::nothrow) char[READ_BLOCK]);
+  if (!buf) {
+    hex_setError(EMEMORY);
+    return false;
+  }
+  char *const B = buf.get();
+  size_t beg = 0, fill = 0;
+  bool atEnd = false;
+  for (;;) {
+    if (const char *nl = static_cast<const char *>(std::memchr(B + beg, '\n', fill - beg))) {
+      if (!readLine(r, B + beg, static_cast<size_t>(nl - (B + beg))))
+        return false;
+      beg = static_cast<size_t>(nl - B) + 1;
+      continue;
+    }
+    if (atEnd) {
+      if (fill > beg && !readLine(r, B + beg, fill - beg))
+        return false;
+      break;
+    }
+    if (fill - beg > LONG_LINE) {
+      // Stream the rest of this line through the long-line judge.
+      auto ll = std::make_unique<longLine>();
+      ll->feed(B + beg, fill - beg);
+      beg = fill = 0;
+      for (;;) {
+        fill = std::fread(B, 1, READ_BLOCK, in);
+        if (fill == 0) {
+          atEnd = true;
+          break;
+        }
+        if (const char *nl = static_cast<const char *>(std::memchr(B, '\n', fill))) {
+          ll->feed(B, static_cast<size_t>(nl - B));
+          beg = static_cast<size_t>(nl - B) + 1;
+          break;
+        }
+        ll->feed(B, fill);
+      }
+      if (!ll->finish(r))
+        return false;
+      if (atEnd)
+        break;
+      continue;
+    }
+    std::memmove(B, B + beg, fill - beg);
+    fill -= beg;
+    beg = 0;
+    size_t got = std::fread(B + fill, 1, READ_BLOCK - fill, in);
+    if (got == 0)
+      atEnd = true;
+    fill += got;
+  }
+  if (!r.eofSeen) {
+    hex_setError(ENOEOF);
+    return false;
+  }
+  if (std::ferror(in)) {
+    hex_setError(EIO);
+    return false;
+  }
+  return r.ok;
+}
+
+bool ihex_read(ihex *x, FILE *in) { return ihex_readSpecd(x, in, nullptr); }
+
+// ---- writer -----------------------------------------------------------------
+
+namespace {
+
+constexpr uint64_t FORMAT_TOP[4] = {0xFFFFull, 0xFFFFFull, 0xFFFFFFFFull, 0xFFFFFFFFull};
+
+struct hexPairs {
+  char v[512];
+  constexpr hexPairs() : v() {
+    const char *d = "0123456789ABCDEF";
+    for (int i = 0; i < 256; ++i) {
+      v[2 * i] = d[i >> 4];
+      v[2 * i + 1] = d[i & 15];
+    }
+  }
+};
+constexpr hexPairs HP;
+
+constexpr size_t WRITE_BLOCK = size_t(1) << 18;
+
+struct writer {
+  FILE *out;
+  char *buf;
+  size_t used = 0;
+  bool failed = false;
+
+  void flush() {
+    if (used && !failed && std::fwrite(buf, 1, used, out) != used)
+      failed = true;
+    used = 0;
+  }
+  inline char *put2(char *p, uint8_t b) {
+    std::memcpy(p, HP.v + 2 * b, 2);
+    return p + 2;
+  }
+  void record(uint8_t type, uint32_t addr, const uint8_t *d, uint32_t n) {
+    if (WRITE_BLOCK - used < 2 * n + 16)
+      flush();
+    char *p = buf + used;
+    *p++ = ':';
+    const uint8_t ah = static_cast<uint8_t>(addr >> 8), al = static_cast<uint8_t>(addr);
+    unsigned sum = n + ah + al + type;
+    p = put2(p, static_cast<uint8_t>(n));
+    p = put2(p, ah);
+    p = put2(p, al);
+    p = put2(p, type);
+    for (uint32_t i = 0; i < n; ++i) {
+      sum += d[i];
+      p = put2(p, d[i]);
+    }
+    p = put2(p, static_cast<uint8_t>(-sum));
+    *p++ = '\n';
+    used = static_cast<size_t>(p - buf);
+  }
+  void word16(uint8_t type, uint32_t v) {
+    const uint8_t d[2] = {static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v)};
+    record(type, 0, d, 2);
+  }
+  void word32(uint8_t type, uint32_t v) {
+    const uint8_t d[4] = {static_cast<uint8_t>(v >> 24), static_cast<uint8_t>(v >> 16),
+                          static_cast<uint8_t>(v >> 8), static_cast<uint8_t>(v)};
+    record(type, 0, d, 4);
+  }
+};
+
+} // namespace
+
+bool checkForWrite(const ihex *x, unsigned code) {
+  if (!x) {
+    hex_setError(ENULL);
+    return false;
+  }
+  if (code > 3) {
+    hex_setError(EARG);
+    return false;
+  }
+  bool ok = true;
+  if (hex_getByteCount(x->image) > 0 && hex_getHiAddr(x->image) > FORMAT_TOP[code]) {
+    hex_setError(EHEX, static_cast<unsigned>(code == 3 ? 2 : code));
+    ok = false;
+  }
+  // Start addresses a variant cannot carry are dropped, not refused.
+  if ((code == 0 || code == 1) && x->hasEIP)
+    hex_setError(EHEX, static_cast<unsigned>(IHEX_REASON_NO_SLA));
+  if (code != 1 && (x->hasCS || x->hasIP))
+    hex_setError(EHEX, static_cast<unsigned>(IHEX_REASON_NO_SSA));
+  return ok;
+}
+
+int ihex_write(const ihex *x, FILE *out, unsigned code) {
+  if (!x || !out) {
+    hex_setError(ENULL);
+    return 0;
+  }
+  if (!checkForWrite(x, code))
+    return 0;
+  std::unique_ptr<char[]> buf(new (std::nothrow) char[WRITE_BLOCK]);
+  if (!buf) {
+    hex_setError(EMEMORY);
+    return 0;
+  }
+  writer w{out, buf.get()};
+  // Records carry at most 255 bytes; a zero length is never configured
+  // (ihex_setMaxLength refuses it) and is taken as one byte per record.
+  const uint32_t maxLen = std::clamp<uint32_t>(x->maxLength, 1, 255);
+  const hexdata *img = x->image;
+  if (hex_getByteCount(img) > 0) {
+    const uint64_t hi = hex_getHiAddr(img);
+    uint64_t base = 0, next = hex_getLoAddr(img), a = 0;
+    bool extended = false;
+    uint8_t data[256];
+    while (next <= hi && hex_nextPresent(img, next, &a)) {
+      if (a - base >= 0x10000 || (code == 3 && !extended)) {
+        base = a & ~0xFFFFull;
+        if (code == 1)
+          w.word16(0x02, static_cast<uint32_t>(base >> 4));
+        else
+          w.word16(0x04, static_cast<uint32_t>(base >> 16));
+        extended = true;
+      }
+      const uint32_t offset = static_cast<uint32_t>(a - base);
+      uint64_t limit = std::min<uint64_t>(maxLen, 0x10000 - offset);
+      auto br = x->breaks.upper_bound(a); // the byte at a break starts a record
+      if (br != x->breaks.end())
+        limit = std::min<uint64_t>(limit, *br - a);
+      uint32_t k = 0;
+      while (k < limit) {
+        const uint64_t at = a + k;
+        const hex_row *row = hex_getRow(img, hex_rowOf(at));
+        if (!row)
+          break;
+        const uint32_t col = static_cast<uint32_t>(at & 0xFF);
+        const uint32_t m = static_cast<uint32_t>(std::min<uint64_t>(limit - k, 256 - col));
+        uint32_t j = 0;
+        while (j < m && (row->attr[col + j] & HEX_PRESENT)) {
+          data[k + j] = row->data[col + j];
+          ++j;
+        }
+        k += j;
+        if (j < m)
+          break;
+      }
+      w.record(0x00, offset, data, k);
+      next = a + k;
+    }
+  }
+  if (code == 1 && x->hasCS && x->hasIP)
+    w.word32(0x03, static_cast<uint32_t>((x->CS & 0xFFFF) << 16 | (x->IP & 0xFFFF)));
+  if ((code == 2 || code == 3) && x->hasEIP)
+    w.word32(0x05, x->EIP);
+  w.record(0x01, 0, nullptr, 0);
+  w.flush();
+  // A full disk often shows only when the stream's own buffer is flushed.
+  if (w.failed || std::fflush(out) != 0 || std::ferror(out)) {
+    hex_setError(EIO);
+    return 0;
+  }
+  return 1;
+}
