@@ -53,6 +53,20 @@ std::string alert_vformat(const char *fmt, va_list ap);
 // message 296 "out of memory".
 [[noreturn]] void alert_outOfMemory();
 
+// Runs once, lazily, on first use of the service: reads ZKC_ERR_FORMAT,
+// ZKC_WARN_FORMAT and ZKC_MSG_FORMAT, then loads the English message file.
+void alert_init();
+bool alert_initialised(); // true once alert_init has finished
+
+// Position-free report: the message is printed as having no source
+// position ("%f" shows "Non line specific message").
+int alert_noPos(unsigned num, ...);
+// When set, position placeholders of a position-free message print nothing
+// and swallow the ": " behind them. The tool itself never sets it.
+void alert_setOmitPosition(unsigned on);
+// Counts warnings as errors in the final error test (off by default).
+void alert_setWarningsAreErrors(bool on);
+
 // Tests only: return the whole service (counters, limits, overrides, style,
 // message tables) to its state at program start.
 void alert_resetForTests();

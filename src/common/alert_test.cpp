@@ -1,0 +1,270 @@
+// Message service: styles, filtering, counting, limits and the text cuts.
+#include "common/alert.h"
+
+#include <gtest/gtest.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include "common/msgfile.h"
+
+namespace {
+
+std::vector<std::string> lines;
+void capture(const char *line) { lines.emplace_back(line); }
+
+class Alert : public ::testing::Test {
+protected:
+  void SetUp() override {
+    for (const char *v : {"ZKC_ERR_FORMAT", "ZKC_WARN_FORMAT", "ZKC_MSG_FORMAT"})
+      unsetenv(v);
+    alert_resetForTests();
+    alert_setSink(capture);
+    lines.clear();
+  }
+  void TearDown() override { alert_resetForTests(); }
+};
+
+TEST_F(Alert, PlainStyleShowsNumberForAllButMessages) {
+  EXPECT_EQ(alert(168, "-x"), 1);
+  EXPECT_EQ(alert(962, "10h", "a.hex", "+b.hex"), 1);
+  EXPECT_EQ(alert(1032), 1);
+  EXPECT_EQ(alert(9999), 1); // undescribed: an error with the fixed text
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0], "(168) unknown option \"-x\"\n");
+  EXPECT_EQ(lines[1], "(962) forced data conflict at address 10h between a.hex and +b.hex (warning)\n");
+  EXPECT_EQ(lines[2], "use -HELP=<option> for usage of these command line options\n");
+  EXPECT_EQ(lines[3], std::string("(9999) ") + msgfile_noDescription + "\n");
+  EXPECT_EQ(alert_errorCount(), 2u);
+  EXPECT_EQ(alert_warningCount(), 1u);
+  EXPECT_TRUE(alert_errorReached());
+}
+
+TEST_F(Alert, DefaultTemplatesHaveEmptyPosition) {
+  alert_setTemplateStyle(1);
+  alert(168, "-x");
+  alert(962, "10h", "a", "b");
+  alert(1033);
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[0], ": : (168) unknown option \"-x\" (error)\n");
+  EXPECT_EQ(lines[1], ": : (962) forced data conflict at address 10h between a and b (warning)\n");
+  EXPECT_EQ(lines[2], ": : available command-line options:\n");
+}
+
+TEST_F(Alert, TemplatePlaceholders) {
+  setenv("ZKC_ERR_FORMAT", "%f|%l|%c|%n|%s|%a|%q|%", 1);
+  setenv("ZKC_MSG_FORMAT", "", 1); // set but empty replaces the default
+  alert_resetForTests();
+  alert_setSink(capture);
+  alert_setTemplateStyle(1);
+  alert(168, "-x");
+  const char *text = "abcdef";
+  const char *start = text, *cur = text + 4;
+  unsigned line = 12;
+  alert_setPosition("in.hex", &line, &start, &cur);
+  alert(168, "-y");
+  alert_noPos(168, "-z");
+  alert(1032);
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0], "|||168|unknown option \"-x\"|romweld|%q|%\n");
+  EXPECT_EQ(lines[1], "in.hex|12|4|168|unknown option \"-y\"|romweld|%q|%\n");
+  EXPECT_EQ(lines[2], "Non line specific message||4|168|unknown option \"-z\"|romweld|%q|%\n");
+  EXPECT_EQ(lines[3], "\n");
+}
+
+TEST_F(Alert, OmitPositionSwallowsSeparators) {
+  setenv("ZKC_ERR_FORMAT", "%f: %l: %c: [%s]", 1);
+  alert_resetForTests();
+  alert_setSink(capture);
+  alert_setTemplateStyle(1);
+  alert_setOmitPosition(1);
+  alert_noPos(917);
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], "[argument too long]\n");
+}
+
+TEST_F(Alert, PlainStyleWithPosition) {
+  unsigned line = 7;
+  alert_setPosition("in.hex", &line, nullptr, nullptr);
+  alert(168, "-x");
+  alert_noPos(168, "-y");
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], "in.hex: 7: (168) unknown option \"-x\"\n");
+  EXPECT_EQ(lines[1], "Non line specific message: (168) unknown option \"-y\"\n");
+}
+
+TEST_F(Alert, SystemErrorTextReplacesPercentM) {
+  errno = ENOENT;
+  alert_typed(5000, "E", "can't open \"%s\": %m", "x.log");
+  errno = 0;
+  alert_typed(5000, "E", "can't open \"%s\": %m", "y.log");
+  ASSERT_EQ(lines.size(), 2u);
+  EXPECT_EQ(lines[0], std::string("(5000) can't open \"x.log\": ") + std::strerror(ENOENT) + "\n");
+  EXPECT_EQ(lines[1], "(5000) can't open \"y.log\": \n");
+  alert_setSink(nullptr);
+  errno = EACCES;
+  EXPECT_EXIT(alert(141, "romweld log-file", "x.log"), ::testing::ExitedWithCode(1),
+              "^\\(141\\) can't open romweld log-file file \"x.log\": Permission denied\n$");
+}
+
+TEST_F(Alert, WarningThreshold) {
+  struct {
+    int level;
+    unsigned shown; // of 1212 (level 3), 962 (level 9), typed level -2
+  } cases[] = {{9, 1}, {-9, 3}, {0, 2}, {3, 2}, {4, 1}};
+  for (const auto &c : cases) {
+    SetUp();
+    alert_setWarnLevel(c.level);
+    alert(1212, "t", "AA", "10");
+    alert(962, "10h", "a", "b");
+    alert_typed(5000, "-2", "low %d", 1);
+    EXPECT_EQ(lines.size(), c.shown) << "level " << c.level;
+    EXPECT_EQ(alert_warningCount(), c.shown);
+  }
+}
+
+TEST_F(Alert, DisableList) {
+  struct {
+    const char *list;
+    unsigned num;
+    bool printed;
+  } cases[] = {
+      {"962", 962, false},
+      {"168", 168, true},        // intended: a plain number never hides an error
+      {"168:on", 168, true},
+      {"168:off", 168, false},
+      {"1,168:off", 168, false},
+      {"168:off,962", 962, false},
+      {"0", 962, false},          // every message and warning
+      {"0", 1032, false},
+      {"0", 168, true},
+      {"0,168:off", 168, true},   // the rest of a list starting with 0 is ignored
+      {"296:off", 296, true},     // fatals are never hidden
+      {"", 962, true},
+  };
+  for (const auto &c : cases) {
+    SetUp();
+    alert_disable(c.list);
+    if (c.num == 296) {
+      alert_setSink(nullptr);
+      EXPECT_EXIT(alert(296), ::testing::ExitedWithCode(1), "out of memory") << c.list;
+      continue;
+    }
+    int r = c.num == 962 ? alert(962, "1h", "a", "b") : alert(c.num, "-x");
+    EXPECT_EQ(r, c.printed ? 1 : 0) << c.list << " " << c.num;
+    EXPECT_EQ(lines.size(), c.printed ? 1u : 0u) << c.list << " " << c.num;
+    if (c.num == 168) {
+      EXPECT_EQ(alert_errorReached(), c.printed) << c.list;
+    }
+  }
+}
+
+TEST_F(Alert, ControlCodes) {
+  alert_msgControl(168, 3); // error shown as a warning at the threshold
+  alert_setWarnLevel(5);
+  alert(168, "-x");
+  EXPECT_EQ(alert_errorCount(), 0u);
+  alert_msgControl(0, 6);   // push a copy
+  alert_msgControl(962, 4); // warning becomes an error
+  alert(962, "1h", "a", "b");
+  alert_msgControl(0, 7);   // pop: 962 is a warning again (hidden at 5)
+  alert(962, "1h", "a", "b");
+  alert_msgControl(0, 7);   // the last table is never popped
+  alert_msgControl(0, 10);  // clear
+  alert(168, "-y");
+  alert_msgControl(0, 9);   // all but fatals suppressed
+  alert(168, "-z");
+  alert_msgControl(168, 11); // beyond 10: nothing
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0], "(168) unknown option \"-x\" (warning)\n");
+  EXPECT_EQ(lines[1], "(962) forced data conflict at address 1h between a and b\n");
+  EXPECT_EQ(lines[2], "(962) forced data conflict at address 1h between a and b (warning)\n");
+  EXPECT_EQ(lines[3], "(168) unknown option \"-y\"\n");
+}
+
+TEST_F(Alert, TypedKinds) {
+  alert_typed(7000, "e", "e%d", 1);
+  alert_typed(7001, "4", "w%s", "4");
+  alert_typed(7002, "M", "m");
+  alert_typed(7003, "zz", "also a message");
+  ASSERT_EQ(lines.size(), 4u);
+  EXPECT_EQ(lines[0], "(7000) e1\n");
+  EXPECT_EQ(lines[1], "(7001) w4 (warning)\n");
+  EXPECT_EQ(lines[2], "m\n");
+  EXPECT_EQ(lines[3], "also a message\n");
+  EXPECT_EXIT(alert_typed(7004, "F", "fatal %s", "now"), ::testing::ExitedWithCode(1), "");
+}
+
+TEST_F(Alert, FatalEndsProcess) {
+  alert_setSink(nullptr);
+  EXPECT_EXIT(alert(413, "out.hex"), ::testing::ExitedWithCode(1),
+              "^\\(413\\) write error on \"out.hex\"\n$");
+}
+
+TEST_F(Alert, ErrorLimit) {
+  alert_setSink(nullptr);
+  // Limit 0: the first error is not printed; message 1 is, without prefix.
+  EXPECT_EXIT(
+      {
+        set_maxerrors(0);
+        alert(168, "-x");
+      },
+      ::testing::ExitedWithCode(1), "^too many errors \\(1\\)\n$");
+  // Default 20: the 21st error ends the run unprinted.
+  EXPECT_EXIT(
+      {
+        for (int i = 1; i <= 21; ++i)
+          alert(168, std::to_string(i).c_str());
+      },
+      ::testing::ExitedWithCode(1), "\"20\"\ntoo many errors \\(21\\)\n$");
+  EXPECT_EQ(set_maxerrors(5), 20u);
+  EXPECT_EQ(set_maxerrors(20), 5u);
+}
+
+TEST_F(Alert, TextAndLineCuts) {
+  std::string big(2000, 'a');
+  alert(168, big.c_str());
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0].size(), 511u + 1); // text cut at 511, then the newline
+  EXPECT_EQ(lines[0].substr(0, 21), "(168) unknown option ");
+
+  setenv("ZKC_ERR_FORMAT", std::string(9000, 't').c_str(), 1);
+  alert_resetForTests();
+  alert_setSink(capture);
+  alert_setTemplateStyle(1);
+  lines.clear();
+  alert(168, "-x");
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], std::string(8191, 't')); // no room left for the newline
+}
+
+TEST_F(Alert, FormatterOverflowIsNoted) {
+  ::testing::internal::CaptureStderr();
+  std::string s = alert_format("%s", std::string(5000, 'z').c_str());
+  std::string err = ::testing::internal::GetCapturedStderr();
+  EXPECT_EQ(s, std::string(4095, 'z'));
+  EXPECT_EQ(err, "buffer overflow in vsnprintf");
+  ::testing::internal::CaptureStderr();
+  EXPECT_EQ(alert_format("%d-%s", 4, "x"), "4-x");
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
+}
+
+TEST_F(Alert, ObserverSeesPrintedMessagesOnly) {
+  static std::vector<int> kinds;
+  kinds.clear();
+  alert_setObserver([](int kind, const char *) { kinds.push_back(kind); });
+  alert_disable("962");
+  alert(962, "1h", "a", "b");
+  alert(168, "-x");
+  EXPECT_EQ(kinds, std::vector<int>{MSG_ERROR});
+}
+
+TEST_F(Alert, OutOfMemoryIsFatal296) {
+  alert_setSink(nullptr);
+  EXPECT_EXIT(alert_outOfMemory(), ::testing::ExitedWithCode(1), "^\\(296\\) out of memory\n$");
+}
+
+} // namespace

@@ -1,0 +1,325 @@
+// Message description files: parsing, conversion checks, candidate search
+// and ordering, load-if-newer, and the primary/text table split.
+#include "common/msgfile.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "common/alert.h"
+#include "common/osdep.h"
+
+namespace {
+
+std::vector<std::string> lines;
+void capture(const char *line) { lines.emplace_back(line); }
+
+// Each test runs in a fresh empty directory, so the current-directory search
+// sees only the files the test writes.
+class MsgFile : public ::testing::Test {
+protected:
+  std::string oldCwd, dir;
+  void SetUp() override {
+    oldCwd = os_cwd();
+    char tmpl[] = "/tmp/msgfile_testXXXXXX";
+    ASSERT_NE(mkdtemp(tmpl), nullptr);
+    dir = tmpl;
+    ASSERT_EQ(chdir(dir.c_str()), 0);
+    msgfile_setInstallDirForTests(std::optional<std::string>());
+    alert_resetForTests();
+    alert_setSink(capture);
+    lines.clear();
+  }
+  void TearDown() override {
+    alert_resetForTests();
+    msgfile_setInstallDirForTests(std::nullopt);
+    EXPECT_EQ(chdir(oldCwd.c_str()), 0);
+    EXPECT_EQ(std::system(("rm -rf " + dir).c_str()), 0);
+  }
+  std::string write(const std::string &name, const std::string &text) {
+    std::string path = os_join(dir, name);
+    std::ofstream(path) << text;
+    return path;
+  }
+};
+
+std::shared_ptr<msg_table> parseText(const std::string &text) {
+  FILE *fp = fmemopen(const_cast<char *>(text.data()), text.size(), "r");
+  auto t = msgfile_parse(fp, nullptr);
+  std::fclose(fp);
+  return t;
+}
+
+TEST_F(MsgFile, LineFormat) {
+  auto t = parseText("# comment\n"
+                     "12 E some error %s\n"
+                     "13\tm\tmessage\twith tabs\n"
+                     "14 -3 warning\n"
+                     "15 f  two blanks\n"
+                     "20001 E too big\n"
+                     "-3 E negative\n"
+                     "16 E\n"
+                     "17\n"
+                     "18 X unknown type\n"
+                     "12 8 replaced\n");
+  EXPECT_EQ((*t)[12]->kind, MSG_WARNING);
+  EXPECT_EQ((*t)[12]->level, 8);
+  EXPECT_EQ((*t)[12]->text, "replaced");
+  EXPECT_EQ((*t)[13]->kind, MSG_MESSAGE);
+  EXPECT_EQ((*t)[13]->text, "message\twith tabs");
+  EXPECT_EQ((*t)[14]->kind, MSG_WARNING);
+  EXPECT_EQ((*t)[14]->level, -3);
+  EXPECT_EQ((*t)[15]->kind, MSG_FATAL);
+  EXPECT_EQ((*t)[15]->text, " two blanks"); // only one delimiter is taken
+  EXPECT_EQ((*t)[16], nullptr);
+  EXPECT_EQ((*t)[17], nullptr);
+  ASSERT_NE((*t)[18], nullptr); // reported, still stored, as an error
+  EXPECT_EQ((*t)[18]->kind, MSG_ERROR);
+  EXPECT_EQ(msgfile_lastNumber(), 12u);
+  std::vector<std::string> want;
+  for (unsigned n : {6, 7, 8, 9, 10})
+    want.push_back("Malformed error information on line " + std::to_string(n) +
+                   ", in file (null)\n\n");
+  EXPECT_EQ(lines, want);
+}
+
+TEST_F(MsgFile, LongLinesAreReadInPieces) {
+  std::string text = "30 E " + std::string(300, 'x') + "\n31 E next\n";
+  auto t = parseText(text);
+  ASSERT_NE((*t)[30], nullptr);
+  EXPECT_EQ((*t)[30]->text.size(), 255u - 5);
+  EXPECT_EQ((*t)[31]->text, "next");
+  // The rest of the long line ("xxx...") is a line of its own: number 0,
+  // unknown type, so it is reported.
+  ASSERT_EQ(lines.size(), 1u);
+  EXPECT_EQ(lines[0], "Malformed error information on line 2, in file (null)\n\n");
+}
+
+TEST_F(MsgFile, ConversionComparison) {
+  struct {
+    const char *loaded, *builtin;
+    bool same;
+  } cases[] = {
+      {"unbekannte Option \"%s\"", "unknown option \"%s\"", true},
+      {"%-20s|%.3s", "%s %s", true},
+      {"%i", "%d", true},
+      {"%x %%", "%u", true},
+      {"%s %m", "%s", true},
+      {"%s%s%s%n", "%s", false},
+      {"%s%s", "%s", false},
+      {"", "%s", false},
+      {"%d", "%s", false},
+      {"%ld", "%d", false},
+      {"%lu", "%u", false},
+      {"%*d", "%d", false},
+      {"%1$s", "%s", false},
+      {"%99999999s", "%s", false},
+      {"%.99999999s", "%s", false},
+      {"abc %", "abc", false},
+      {"%y", "", false},
+      {"%n", "", false},
+  };
+  for (const auto &c : cases)
+    EXPECT_EQ(msgfile_sameConversions(c.loaded, c.builtin), c.same)
+        << c.loaded << " vs " << c.builtin;
+  std::string many;
+  for (int i = 0; i < 300; ++i)
+    many += "%s";
+  EXPECT_FALSE(msgfile_sameConversions(many.c_str(), "%s"));
+}
+
+TEST_F(MsgFile, BuiltinTableIsWellFormed) {
+  auto t = parseText(std::string(msgs_en_text, msgs_en_size));
+  EXPECT_TRUE(lines.empty());
+  unsigned count = 0, prev = 0;
+  for (const msg_entry *e : *t) {
+    if (!e)
+      continue;
+    ++count;
+    EXPECT_GT(e->number, prev);
+    prev = e->number;
+    EXPECT_TRUE(msgfile_sameConversions(e->text.c_str(), e->text.c_str())) << e->number;
+  }
+  EXPECT_EQ(count, 61u); // messages 1-3 and the tool's table
+}
+
+TEST_F(MsgFile, NamesAndVersions) {
+  EXPECT_STREQ(langStr(7), "de");
+  EXPECT_STREQ(langStr(12), "fr");
+  EXPECT_STREQ(langStr(9), "en");
+  EXPECT_STREQ(langStr(255), "en");
+  EXPECT_STREQ(langStr(3), "en");
+  EXPECT_EQ(legacyMsgFile(255), "en_msgs.txt");
+  EXPECT_EQ(msgFileSuffix(7), "_de.msgs");
+  struct {
+    const char *path;
+    uint64_t version;
+  } cases[] = {{"/a/20220703182018_en.msgs", 20220703182018ULL},
+               {"/a/1_en.msgs", 1}, {"en_msgs.txt", 0},
+               {"/9dir/x_en.msgs", 0}, {"/a/99999999999999_en.msgs", 99999999999999ULL}};
+  for (const auto &c : cases)
+    EXPECT_EQ(getMsgFileVersion(c.path), c.version) << c.path;
+}
+
+TEST_F(MsgFile, CandidateOrdering) {
+  std::optional<std::string> inst = "/opt/zk";
+  EXPECT_TRUE(msgfile_before("/x/2_en.msgs", "/opt/zk/1_en.msgs", inst));
+  EXPECT_TRUE(msgfile_before("/opt/zk/5_en.msgs", "/z/5_en.msgs", inst));
+  EXPECT_FALSE(msgfile_before("/z/5_en.msgs", "/opt/zk/5_en.msgs", inst));
+  EXPECT_TRUE(msgfile_before("/z/5_en.msgs", "/a/5_en.msgs", std::nullopt));
+  EXPECT_FALSE(msgfile_before("/a/5_en.msgs", "/a/5_en.msgs", inst));
+}
+
+TEST_F(MsgFile, FindMsgFiles) {
+  write("en_msgs.txt", "");
+  write("3_en.msgs", "");
+  write("3_de.msgs", "");
+  write("en_msgs.txt.bak", "");
+  std::vector<std::string> list{"keep"};
+  EXPECT_EQ(findMsgFiles(dir, 255, list), 2u);
+  ASSERT_EQ(list.size(), 3u);
+  std::sort(list.begin() + 1, list.end());
+  EXPECT_EQ(list[1], dir + "/3_en.msgs");
+  EXPECT_EQ(list[2], dir + "/en_msgs.txt");
+  EXPECT_EQ(findMsgFiles(dir + "/missing", 255, list), 0u);
+}
+
+TEST_F(MsgFile, CurrentDirectoryCandidates) {
+  // Older files and the unversioned legacy name lose to the built-in copy.
+  write("1_en.msgs", "168 E old %s\n");
+  write("en_msgs.txt", "168 E legacy %s\n");
+  EXPECT_EQ(msg_filename(255), msgfile_builtinPath());
+  alert(168, "-x");
+  // A newer file wins.
+  std::string newer = write("99999999999999_en.msgs", "168 E neu \"%s\"\n");
+  EXPECT_EQ(msg_filename(255), newer);
+  alert_resetForTests();
+  alert_setSink(capture);
+  alert(168, "-x");
+  EXPECT_STREQ(msgfile_currentPath(), newer.c_str());
+  EXPECT_EQ(lines, (std::vector<std::string>{"(168) unknown option \"-x\"\n",
+                                             "(168) neu \"-x\"\n"}));
+}
+
+TEST_F(MsgFile, BuiltinCopyIsRewrittenWhenRemoved) {
+  std::string p = msgfile_builtinPath();
+  ASSERT_FALSE(p.empty());
+  EXPECT_EQ(p.substr(0, 7), "/tmp/zk");
+  EXPECT_EQ(p.substr(p.size() - 23), "/20220703182018_en.msgs");
+  ASSERT_EQ(unlink(p.c_str()), 0);
+  EXPECT_EQ(msgfile_builtinPath(), p);
+  EXPECT_TRUE(os_isRegular(p));
+}
+
+TEST_F(MsgFile, EdfOlderAndNewer) {
+  std::string older = write("20000101000000_en.msgs", "168 E older %s\n");
+  std::string newer = write("20300101000000_en.msgs", "168 E newer %s\n1032 M hilfe\n");
+  std::string newest = write("20400101000000_en.msgs", "168 E newest %s\n");
+  ASSERT_EQ(chdir("/"), 0); // keep them out of the search
+  alert_resetForTests();
+  alert_setSink(capture);
+  EXPECT_FALSE(open_edf(nullptr));
+  EXPECT_FALSE(open_edf((dir + "/missing_en.msgs").c_str()));
+  EXPECT_TRUE(open_edf(older.c_str())); // older than the built-in: no effect
+  alert(168, "a");
+  EXPECT_TRUE(open_edf(newer.c_str()));
+  alert(168, "b");
+  alert(1032);
+  EXPECT_TRUE(open_edf(newest.c_str()));
+  EXPECT_TRUE(open_edf(newer.c_str())); // never over a newer one
+  alert(168, "c");
+  EXPECT_EQ(lines, (std::vector<std::string>{"(168) unknown option \"a\"\n",
+                                             "(168) newer b\n", "hilfe\n",
+                                             "(168) newest c\n"}));
+}
+
+TEST_F(MsgFile, EdfDirectory) {
+  EXPECT_FALSE(open_edf_dir(nullptr));
+  EXPECT_FALSE(open_edf_dir((dir + "/none").c_str()));
+  ASSERT_EQ(mkdir((dir + "/d").c_str(), 0700), 0);
+  EXPECT_TRUE(open_edf_dir((dir + "/d").c_str())); // empty: no failure
+  write("d/20300101000000_en.msgs", "168 E two %s\n");
+  write("d/20350101000000_en.msgs", "168 E three %s\n");
+  EXPECT_TRUE(open_edf_dir((dir + "/d").c_str()));
+  alert(168, "x");
+  EXPECT_EQ(lines, std::vector<std::string>{"(168) three x\n"});
+}
+
+TEST_F(MsgFile, PrimaryGivesKindsTextTableGivesTexts) {
+  std::string first = write("20300101000000_en.msgs",
+                            "168 5 first %s\n"
+                            "9000 E only in this file\n");
+  std::string second = write("20310101000000_en.msgs", "168 E second %s\n");
+  ASSERT_EQ(chdir("/"), 0);
+  alert_resetForTests();
+  alert_setSink(capture);
+  ASSERT_TRUE(open_edf(first.c_str()));
+  ASSERT_TRUE(open_edf(second.c_str()));
+  alert(168, "x"); // the built-in copy loaded first: 168 stays an error
+  msg_info m = msgfile_lookup(9000);
+  EXPECT_EQ(m.kind, MSG_ERROR);
+  EXPECT_STREQ(m.text, msgfile_noDescription); // the built-in file fixes the numbers
+  EXPECT_EQ(lines, std::vector<std::string>{"(168) second x\n"});
+
+  // Loaded first (from the current directory), the file's kinds apply.
+  ASSERT_EQ(chdir(dir.c_str()), 0);
+  alert_resetForTests();
+  alert_setSink(capture);
+  lines.clear();
+  ASSERT_TRUE(open_edf(second.c_str()));
+  alert(168, "y");
+  EXPECT_EQ(lines, std::vector<std::string>{"(168) second y\n"});
+  EXPECT_STREQ(msgfile_currentPath(), second.c_str());
+  msg_info k = msgfile_lookup(168);
+  EXPECT_EQ(k.kind, MSG_ERROR);
+  (void)first;
+}
+
+TEST_F(MsgFile, WarningKindFromFirstFile) {
+  write("20300101000000_en.msgs", "168 5 first %s\n");
+  alert(168, "x");
+  EXPECT_EQ(lines, std::vector<std::string>{"(168) first x (warning)\n"});
+  EXPECT_FALSE(alert_errorReached());
+}
+
+TEST_F(MsgFile, HostileTextsFallBackToBuiltin) {
+  std::string many;
+  for (int i = 0; i < 300; ++i)
+    many += "%s";
+  write("99999999999999_en.msgs", "1 M %s%s%s%n\n"
+                                  "168 E %99999999s\n"
+                                  "917 E " + many.substr(0, 240) + "\n"
+                                  "944 F %*d %s %s\n"
+                                  "1600 E \"%s\" argument : %s %n\n"
+                                  "1032 M %s\n"
+                                  "1033 M translated\n");
+  alert(168, "-x");
+  alert(917);
+  alert(1600, "-y", "malformed option");
+  alert(1032);
+  alert(1033);
+  EXPECT_EQ(lines, (std::vector<std::string>{
+                       "(168) unknown option \"-x\"\n", "(917) argument too long\n",
+                       "(1600) \"-y\" argument : malformed option\n",
+                       "use -HELP=<option> for usage of these command line options\n",
+                       "translated\n"}));
+  EXPECT_STREQ(msgfile_lookup(944).text, "data conflict at address %Xh between %s and %s");
+  EXPECT_STREQ(msgfile_lookup(1).text, "too many errors (%u)");
+}
+
+TEST_F(MsgFile, UnreadableCandidateIsSkipped) {
+  std::string p = write("99999999999999_en.msgs", "168 E x %s\n");
+  chmod(p.c_str(), 0);
+  if (access(p.c_str(), R_OK) == 0)
+    GTEST_SKIP() << "running with privileges that read anything";
+  alert(168, "-x");
+  EXPECT_EQ(lines, std::vector<std::string>{"(168) unknown option \"-x\"\n"});
+}
+
+} // namespace
