@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <map>
 #include <string>
 #include <vector>
@@ -44,30 +45,6 @@ TEST(ArgTable, RowsInHelpOrderWithEveryKindOnce) {
   }
   EXPECT_EQ(argt_rowOf(0), nullptr);
   EXPECT_EQ(argt_rowOf(20), nullptr);
-}
-
-TEST(ArgTable, ContinuationLinesStartWithATab) {
-  // name -> number of lines of its help text
-  const std::map<std::string, size_t> multi = {
-      {"-CK", 9}, {",DELETE", 2}, {"-FILL", 5}, {"-FIND", 5}, {",REPLACE", 2}};
-  for (const argt_row &row : argt_table) {
-    std::string help = row.help;
-    SCOPED_TRACE(row.name);
-    size_t lines = 1;
-    for (size_t i = 0; i < help.size(); ++i) {
-      if (help[i] != '\n')
-        continue;
-      if (i + 1 == help.size()) {
-        EXPECT_EQ(std::string(row.name), "-FILL") << "only -FILL ends with a line end";
-        continue;
-      }
-      EXPECT_EQ(help[i + 1], '\t');
-      ++lines;
-    }
-    auto it = multi.find(row.name);
-    EXPECT_EQ(lines, it == multi.end() ? 1u : it->second);
-  }
-  EXPECT_EQ(std::string(argt_rowOf(ARGT_FILL)->help).back(), '\n');
 }
 
 TEST(ArgTable, ParserOrderKeepsTheFixedRelativeOrder) {
@@ -171,15 +148,6 @@ TEST_F(Args, MatchingPicksTheKind) {
   EXPECT_EQ(args_text(args_count()), "");
 }
 
-TEST_F(Args, MalformedOptionPrintsItsUsage) {
-  testing::internal::CaptureStdout();
-  EXPECT_FALSE(args_add("-HELPx"));
-  EXPECT_EQ(testing::internal::GetCapturedStdout(),
-            " -HELP : Display all command line options, or show usage of one specific option.\n"
-            "  USAGE: -HELP=option\n"
-            "  Example: -HELP=CK\n");
-}
-
 TEST_F(Args, AddingAListStopsAtTheFirstFailure) {
   EXPECT_FALSE(args_addList({"a.hex", "-nothing", "b.hex"}));
   ASSERT_EQ(args_count(), 1u);
@@ -187,25 +155,6 @@ TEST_F(Args, AddingAListStopsAtTheFirstFailure) {
   EXPECT_EQ(g_lines.size(), 1u);
   EXPECT_TRUE(args_addf("part%d.hex", 2));
   EXPECT_EQ(args_text(1), "part2.hex");
-}
-
-TEST_F(Args, HelpFindsItsRow) {
-  struct Row {
-    const char *text;
-    uint32_t kind; // 0: list everything
-  };
-  const Row rows[] = {
-      {"-help", 0},           {"-help=", 0},          {"-help=fill", ARGT_FILL},
-      {"-help=-FILL", ARGT_FILL}, {"-help=,,fill", ARGT_FILL}, {"-help=file", ARGT_INFILE},
-      {"-help=FILE.HEX", ARGT_INFILE}, {"-help=replace", ARGT_REPLACE},
-      {"-help=ssa", ARGT_SSA}, {"-help=o", ARGT_OUTFILE},
-  };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.text);
-    ASSERT_TRUE(args_add(row.text));
-    const int want = row.kind ? static_cast<int>(argt_rowOf(row.kind) - argt_table) : -1;
-    EXPECT_EQ(args_all().back()->helpRow, want);
-  }
 }
 
 // ---- processing -----------------------------------------------------------------
@@ -273,25 +222,6 @@ TEST_F(Pipeline, HelpEndsTheRunBeforeAnythingElse) {
   EXPECT_TRUE(process(1));
   EXPECT_EQ(g_ran, (std::vector<std::string>{"help1", "help2"}));
   EXPECT_EQ(romweld.hex, nullptr);
-}
-
-TEST_F(Pipeline, ModeZeroDoesNothing) {
-  push(ARGT_HELP, "help1");
-  EXPECT_FALSE(process(0));
-  EXPECT_TRUE(g_ran.empty());
-}
-
-TEST_F(Pipeline, LogFileIsOpenedAndClosed) {
-  const std::string path = testing::TempDir() + "args_test.log";
-  std::remove(path.c_str());
-  romweld.log.path = path;
-  EXPECT_TRUE(process(1));
-  EXPECT_EQ(romweld.log.fp, nullptr);
-  FILE *f = std::fopen(path.c_str(), "r");
-  EXPECT_NE(f, nullptr) << "the log file was created";
-  if (f)
-    std::fclose(f);
-  std::remove(path.c_str());
 }
 
 } // namespace
