@@ -72,3 +72,7 @@ int copyRows(hexdata *dst, const hexdata *src, int force);
 // The same merge when src is about to be destroyed: rows that dst lacks are
 // moved instead of copied. src is left empty.
 int hex_mergeFrom(hexdata *dst, hexdata *src, int force);
+
+// Tests only: after n more successful row or note-array allocations, every
+// further one fails as if the heap were exhausted; a negative n ends that.
+void hex_failAllocationsAfter(long n);
