@@ -1,0 +1,320 @@
+// Output control: -O, -FORMAT, -ADDRESSING, -BREAK, --SSA, --SLA, -SIZE and
+// -LOGFILE. They decide where and how the image is written, never what it
+// holds; their operations write the run-wide settings that the output stage
+// and the log read.
+#include <cinttypes>
+#include <cstdio>
+#include <cstring>
+#include <sys/types.h>
+#include <strings.h>
+
+#include "ihex/hex_errno.h"
+#include "romweld/args.h"
+#include "romweld/grammar.h"
+#include "romweld/options.h"
+#include "romweld/settings.h"
+
+namespace {
+
+// Text after "word=", or null (with "malformed option") when no '=' follows.
+const char *afterEquals(romweld_arg *a, const char *rest) {
+  if (*rest != '=') {
+    arg_error(a, "malformed option");
+    return nullptr;
+  }
+  return rest + 1;
+}
+
+bool noGarbage(romweld_arg *a, const char *rest) {
+  if (*rest == '\0')
+    return true;
+  arg_error(a, "garbage (\"%s\") at the end of option", rest);
+  return false;
+}
+
+const outformat *currentFormat() {
+  return romweld.output.format ? romweld.output.format : outformat_default();
+}
+
+// --SSA and --SLA share their grammar: a hexadecimal value of up to 4 bytes.
+int parseStartAddress(romweld_arg *a, const char *word, const char *what, argt id,
+                      romweld_op op, uint32_t *value) {
+  bool plus = false;
+  const char *rest = arg_matchWord(a, word, &plus);
+  if (!rest)
+    return MATCH_NONE;
+  a->id = id;
+  arg_plusIgnored(a, plus, word);
+  if (!(rest = afterEquals(a, rest)))
+    return MATCH_ERROR;
+  numreq r{a, what, rest, 4, RADIX_16};
+  grammar_number(&r);
+  if (r.error || !noGarbage(a, r.end))
+    return MATCH_ERROR;
+  *value = static_cast<uint32_t>(r.value);
+  a->op = op;
+  return MATCH_OK;
+}
+
+bool applyStartAddress(romweld_arg *a, startaddr *s, bool allowed, const char *kind,
+                       uint32_t value) {
+  if (!allowed) {
+    arg_warning(a, "chosen output format (%s) does not permit \"%s\" records",
+                currentFormat()->name, kind);
+    return true;
+  }
+  if (s->state == 2)
+    arg_warning(a, "\"%s\" record respecified; was 0x%X", kind, s->current.value);
+  s->state = 2;
+  s->current.definedBy = a;
+  s->current.value = value;
+  return true;
+}
+
+} // namespace
+
+// ---- -O -------------------------------------------------------------------------
+
+int parseOUTFILE(romweld_arg *a) {
+  bool plus = false;
+  const char *rest = arg_matchWord(a, "-O", &plus);
+  if (!rest)
+    return MATCH_NONE;
+  a->id = ARGT_OUTFILE;
+  arg_plusIgnored(a, plus, "-o");
+  if (*rest)
+    a->outpath = rest;
+  a->op = doOUTFILE;
+  return MATCH_OK;
+}
+
+bool doOUTFILE(romweld_arg *a) {
+  if (romweld.output.path)
+    arg_warning(a, "output file (%s) respecified", romweld.output.path->c_str());
+  // The last -O wins: a named file undoes an earlier bare "-O".
+  romweld.output.path = a->outpath;
+  romweld.output.suppress = !a->outpath;
+  return true;
+}
+
+// ---- -FORMAT -------------------------------------------------------------------------
+
+int parseFORMAT(romweld_arg *a) {
+  bool plus = false;
+  const char *rest = arg_matchWord(a, "-format", &plus);
+  if (!rest)
+    return MATCH_NONE;
+  a->id = ARGT_FORMAT;
+  arg_plusIgnored(a, plus, "-format");
+  if (!(rest = afterEquals(a, rest)))
+    return MATCH_ERROR;
+  // Intended: each name is compared over its own length, so "INHX32X" picks
+  // INHX32 and then fails on the trailing "X".
+  const outformat *f = nullptr;
+  for (const outformat &row : outformat_table) {
+    if (strncasecmp(rest, row.name, std::strlen(row.name)) == 0) {
+      f = &row;
+      break;
+    }
+  }
+  if (!f || f->id == 0) {
+    arg_error(a, "unknown/unsupported output format specified");
+    return MATCH_ERROR;
+  }
+  rest += std::strlen(f->name);
+  a->format.format = f;
+  if (*rest == ',') {
+    numreq r{a, "maximum data record length", rest + 1, 4, RADIX_DEFAULT_10};
+    grammar_number(&r);
+    if (r.error)
+      return MATCH_ERROR;
+    a->format.hasLength = true;
+    a->format.length = static_cast<uint32_t>(r.value);
+    if (r.value == 0 || r.value > 128) {
+      arg_warning(a, "invalid maximum data record length; changing to %u bytes", 16u);
+      a->format.length = 16;
+    }
+    rest = r.end;
+  }
+  if (!noGarbage(a, rest))
+    return MATCH_ERROR;
+  a->op = doFORMAT;
+  return MATCH_OK;
+}
+
+bool doFORMAT(romweld_arg *a) {
+  const outformat *f = a->format.format;
+  if (romweld.output.format && romweld.output.format != f)
+    arg_warning(a, "respecified output type; was %s", romweld.output.format->name);
+  romweld.output.format = f;
+  if (a->format.hasLength) {
+    if (romweld.output.maxLength != 0 && romweld.output.maxLength != a->format.length)
+      arg_warning(a, "respecified maximum data record length; was %u bytes",
+                  romweld.output.maxLength);
+    romweld.output.maxLength = a->format.length;
+  }
+  // Once a variant has refused a start address type, no later choice of
+  // variant lets input files bring it back.
+  if (!f->allowSLA)
+    romweld.sla.state = 0;
+  if (!f->allowSSA)
+    romweld.ssa.state = 0;
+  return true;
+}
+
+// ---- -ADDRESSING -----------------------------------------------------------------------
+
+int parseADDRESSING(romweld_arg *a) {
+  bool plus = false;
+  const char *rest = arg_matchWord(a, "-addressing", &plus);
+  if (!rest)
+    return MATCH_NONE;
+  a->id = ARGT_ADDRESSING;
+  arg_plusIgnored(a, plus, "-addressing");
+  if (!(rest = afterEquals(a, rest)))
+    return MATCH_ERROR;
+  numreq r{a, "\"addressing\"", rest, 1, RADIX_10};
+  grammar_number(&r);
+  if (r.error)
+    return MATCH_ERROR;
+  if (r.value < 1 || r.value > MAX_ARG_BYTES) {
+    arg_error(a, "addressing must be > 0 and <= %zd", static_cast<ssize_t>(MAX_ARG_BYTES));
+    return MATCH_ERROR;
+  }
+  if (!noGarbage(a, r.end))
+    return MATCH_ERROR;
+  a->addressing = static_cast<uint32_t>(r.value);
+  a->op = doADDRESSING;
+  return MATCH_OK;
+}
+
+bool doADDRESSING(romweld_arg *a) {
+  if (romweld.addressing != 0 && romweld.addressing != a->addressing)
+    arg_warning(a, "addressing redefined (was %u)", romweld.addressing);
+  romweld.addressing = a->addressing;
+  return true;
+}
+
+// ---- -BREAK ----------------------------------------------------------------------------
+
+namespace {
+constexpr uint64_t BREAK_TOP = 0xFFFFFFFFFFFFFFFEull;
+}
+
+int parseBREAK(romweld_arg *a) {
+  bool plus = false;
+  const char *rest = arg_matchWord(a, "-break", &plus);
+  if (!rest)
+    return MATCH_NONE;
+  a->id = ARGT_BREAK;
+  arg_plusIgnored(a, plus, "-break");
+  if (!(rest = afterEquals(a, rest)))
+    return MATCH_ERROR;
+  if (*rest == '\0') {
+    arg_error(a, "break must have a comma-separated list of hexadecimal addresses");
+    return MATCH_ERROR;
+  }
+  for (;;) {
+    numreq r{a, "\"address break(s)\"", rest, 8, RADIX_16};
+    grammar_number(&r);
+    if (r.error)
+      return MATCH_ERROR;
+    if (r.value > BREAK_TOP) {
+      arg_error(a, "address breaks must be <= 0x%" PRIX64, BREAK_TOP);
+      return MATCH_ERROR;
+    }
+    a->breaks.insert(r.value);
+    rest = r.end;
+    if (*rest == '\0')
+      break;
+    if (*rest != ',') {
+      arg_error(a, "break must have a comma-separated list of hexadecimal addresses");
+      return MATCH_ERROR;
+    }
+    ++rest;
+  }
+  a->op = doBREAK;
+  return MATCH_OK;
+}
+
+bool doBREAK(romweld_arg *a) {
+  const uint64_t unit = romweld.addressing ? romweld.addressing : 1;
+  hex_clearErrors();
+  for (uint64_t b : a->breaks) {
+    uint64_t addr = b * unit;
+    // A break scaled past the address space is refused like one above it.
+    if ((b != 0 && addr / unit != b) || !ihex_addBreak(romweld.hex, addr)) {
+      arg_error(a, "address breaks must be <= 0x%" PRIX64, BREAK_TOP);
+      return false;
+    }
+  }
+  return true;
+}
+
+// ---- --SSA and --SLA -------------------------------------------------------------------
+
+int parseSSA(romweld_arg *a) {
+  return parseStartAddress(a, "--ssa", "\"start segment address\"", ARGT_SSA, doSSA, &a->ssa);
+}
+
+bool doSSA(romweld_arg *a) {
+  return applyStartAddress(a, &romweld.ssa, currentFormat()->allowSSA, "Start Segment Address",
+                           a->ssa);
+}
+
+int parseSLA(romweld_arg *a) {
+  return parseStartAddress(a, "--sla", "\"start linear address\"", ARGT_SLA, doSLA, &a->sla);
+}
+
+bool doSLA(romweld_arg *a) {
+  return applyStartAddress(a, &romweld.sla, currentFormat()->allowSLA, "Start Linear Address",
+                           a->sla);
+}
+
+// ---- -SIZE -------------------------------------------------------------------------------
+
+int parseSIZE(romweld_arg *a) {
+  bool plus = false;
+  const char *rest = arg_matchWord(a, "-size", &plus);
+  if (!rest)
+    return MATCH_NONE;
+  a->id = ARGT_SIZE;
+  arg_plusIgnored(a, plus, "-size");
+  if (*rest) {
+    arg_error(a, "malformed option");
+    return MATCH_ERROR;
+  }
+  romweld.sizeRequested = true;
+  a->op = doSIZE;
+  return MATCH_OK;
+}
+
+bool doSIZE(romweld_arg *) {
+  const uint64_t n = romweld.hex ? hex_getByteCount(ihex_getImage(romweld.hex)) : 0;
+  std::printf("Total data: %" PRIu64 " (%" PRIX64 "h) bytes\n", n, n);
+  return true;
+}
+
+// ---- -LOGFILE ----------------------------------------------------------------------------
+
+int parseLOGFILE(romweld_arg *a) {
+  bool plus = false;
+  const char *rest = arg_matchWord(a, "-logfile", &plus);
+  if (!rest)
+    return MATCH_NONE;
+  a->id = ARGT_LOGFILE;
+  arg_plusIgnored(a, plus, "-logfile");
+  if (*rest != '=' && *rest != '\0') {
+    arg_error(a, "malformed option");
+    return MATCH_ERROR;
+  }
+  if (*rest == '\0' || rest[1] == '\0') {
+    arg_error(a, "no log-file specified");
+    return MATCH_ERROR;
+  }
+  if (romweld.log.path)
+    arg_warning(a, "respecified log-file; was \"%s\"", romweld.log.path->c_str());
+  // Set while parsing: the log opens before any operation runs.
+  romweld.log.path = rest + 1;
+  return MATCH_OK;
+}

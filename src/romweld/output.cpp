@@ -1,0 +1,123 @@
+// Output stage: start addresses into the run's hex object, then the HEX
+// text to a temporary file that replaces the output file only when all of
+// it was written (or to standard output when no -O names a file).
+#include "romweld/output.h"
+
+#include <cstdio>
+#include <string>
+#include <unistd.h>
+
+#include "common/alert.h"
+#include "common/atomicfile.h"
+#include "ihex/hex_errno.h"
+#include "ihex/ihex.h"
+#include "romweld/settings.h"
+
+namespace {
+
+const unsigned MSG_CANT_OPEN = 141;
+const unsigned MSG_CANT_CREATE = 378;
+const unsigned MSG_WRITE_ERROR = 413;
+const unsigned MSG_NONCONFORMING = 1602;
+
+const char *rangeReason(uint32_t reason) {
+  switch (reason) {
+  case IHEX_REASON_8M_RANGE:
+    return "data at address > 0xFFFF";
+  case IHEX_REASON_16_RANGE:
+    return "data at address > 0xFFFFF";
+  case IHEX_REASON_32_RANGE:
+    return "data at address > 0xFFFFFFFF";
+  default:
+    return "unknown";
+  }
+}
+
+// Start addresses are set from the settings, where files and options have
+// already been reconciled; state 0 means they were discarded.
+bool setStartAddresses(ihex *x) {
+  hex_clearErrors();
+  if (romweld.ssa.state != 0 && romweld.ssa.current.definedBy) {
+    const uint32_t v = romweld.ssa.current.value;
+    ihex_setSSA(x, v >> 16, v & 0xFFFF);
+    if (hex_errno() != EOK)
+      return false;
+  }
+  hex_clearErrors();
+  if (romweld.sla.state != 0 && romweld.sla.current.definedBy) {
+    ihex_setSLA(x, romweld.sla.current.value);
+    if (hex_errno() != EOK)
+      return false;
+  }
+  return true;
+}
+
+} // namespace
+
+bool output_stage() {
+  if (!romweld.hex && !(romweld.hex = ihex_create()))
+    alert_outOfMemory();
+  ihex *x = romweld.hex;
+  if (!setStartAddresses(x))
+    return false;
+  if (romweld.output.suppress)
+    return true;
+
+  const outformat *f = romweld.output.format ? romweld.output.format : outformat_default();
+  const bool toFile = romweld.output.path.has_value();
+  const char *where = toFile ? romweld.output.path->c_str() : "stdout";
+  std::string tmp;
+  FILE *out = stdout;
+  if (toFile) {
+    out = atomic_createTemp(&tmp);
+    if (!out) {
+      alert(MSG_CANT_OPEN, "temporary hex-file", tmp.c_str());
+      return false;
+    }
+  }
+
+  hex_clearErrors();
+  ihex_setMaxLength(x, romweld.output.maxLength ? romweld.output.maxLength : 16);
+  ihex_write(x, out, f->writer);
+  bool good = true, writeFailed = false;
+  for (uint32_t i = 0; i < hex_errorCount(); ++i) {
+    const hex_error e = hex_errorAt(i);
+    if (e.code == EIO) {
+      writeFailed = true;
+    } else if (e.code == EHEX) {
+      // Dropped start addresses were announced when they were discarded.
+      if (e.num == IHEX_REASON_NO_SSA || e.num == IHEX_REASON_NO_SLA)
+        continue;
+      alert(MSG_NONCONFORMING, rangeReason(e.num), f->name);
+      good = false;
+    } else {
+      good = false;
+    }
+  }
+  if (toFile) {
+    if (std::fclose(out) != 0)
+      writeFailed = true;
+  } else if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+    writeFailed = true;
+  }
+  if (writeFailed || !good) {
+    if (toFile)
+      unlink(tmp.c_str()); // the old output stays as it was
+    if (writeFailed)
+      alert(MSG_WRITE_ERROR, where); // fatal
+    return false;
+  }
+  if (!toFile)
+    return true;
+
+  switch (atomic_replace(tmp, *romweld.output.path)) {
+  case ATOMIC_OK:
+    return true;
+  case ATOMIC_WRITE_FAILED:
+    alert(MSG_WRITE_ERROR, where);
+    return false;
+  default:
+    alert(MSG_CANT_CREATE, "output hex-file", where);
+    return true;
+  }
+}
