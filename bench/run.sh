@@ -1,0 +1,89 @@
+#!/usr/bin/env bash
+# Whole-run benchmark: romweld against GNU objcopy (conversion) and
+# srec_cat (merging) on generated images. Builds a release romweld, makes the
+# inputs with hexgen_gen, checks that every output holds the same memory,
+# and prints median times, ratios and peak memory.
+#   bench/run.sh            RUNS=5 by default; ROMWELD=path to use a given binary
+set -euo pipefail
+root=$(cd "$(dirname "$0")/.." && pwd)
+build=${BENCH_BUILD:-$root/build/bench}
+runs=${RUNS:-5}
+seed=${SEED:-1}
+
+need=()
+command -v objcopy >/dev/null || need+=(binutils)
+command -v srec_cat >/dev/null || need+=(srecord)
+[ -x /usr/bin/time ] || need+=(time)
+if [ ${#need[@]} -gt 0 ]; then
+  apt-get install -y -q "${need[@]}" >/dev/null || { apt-get update -q >/dev/null && apt-get install -y -q "${need[@]}" >/dev/null; }
+fi
+
+cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DROMWELD_BENCH=ON \
+  ${BENCH_CXXFLAGS:+-DCMAKE_CXX_FLAGS="$BENCH_CXXFLAGS"} >/dev/null
+ninja -C "$build" hexgen_gen $([ -z "${ROMWELD:-}" ] && echo romweld) >/dev/null
+romweld=${ROMWELD:-$build/romweld}
+
+data=$build/data
+out=$build/out
+mkdir -p "$data" "$out"
+if [ ! -f "$data/seed-$seed" ]; then
+  rm -f "$data"/*
+  "$build/hexgen_gen" "$data" "$seed"
+  touch "$data/seed-$seed"
+fi
+
+# measure NAME CMD...: runs CMD $runs times; sets med (seconds) and peak (KiB).
+measure() {
+  local name=$1; shift
+  local times=() peaks=()
+  for ((i = 0; i < runs; i++)); do
+    /usr/bin/time -f "%e %M" -o "$out/$name.time" "$@" >/dev/null 2>"$out/$name.err" || {
+      echo "$name failed:"; cat "$out/$name.err"; exit 1; }
+    read -r t m <"$out/$name.time"
+    times+=("$t"); peaks+=("$m")
+  done
+  med=$(printf '%s\n' "${times[@]}" | sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}')
+  peak=$(printf '%s\n' "${peaks[@]}" | sort -n | tail -1)
+}
+
+same() { # same MEMORY-A MEMORY-B LABEL
+  local a b
+  a=$(python3 "$root/bench/hexsum.py" "$1"); b=$(python3 "$root/bench/hexsum.py" "$2")
+  if [ "$a" != "$b" ]; then echo "MISMATCH in $3: $a vs $b"; exit 1; fi
+  echo "$a"
+}
+
+printf '%-14s %9s %9s %7s %10s %8s  %s\n' case romweld other ratio "peak KiB" "B/byte" "memory (bytes lo-hi sha)"
+row() { # row CASE ROMWELD-MED OTHER-MED PEAK-KIB SUM
+  local bytes=${5%% *}
+  local ratio per
+  ratio=$(awk -v a="$2" -v b="$3" 'BEGIN { printf "%.2f", (b > 0 ? a / b : 0) }')
+  per=$(awk -v k="$4" -v n="$bytes" 'BEGIN { printf "%.2f", k * 1024 / n }')
+  printf '%-14s %8ss %8ss %7s %10s %8s  %s\n' "$1" "$2" "$3" "$ratio" "$4" "$per" "$5"
+  eval "ratio_$1=$ratio; per_$1=$per"
+}
+
+for img in mcu big sparse; do
+  measure "rw_$img" "$romweld" "$data/$img.hex" "-O$out/rw_$img.hex"
+  rmed=$med; rpeak=$peak
+  measure "oc_$img" objcopy -I ihex -O ihex "$data/$img.hex" "$out/oc_$img.hex"
+  sum=$(same "$out/rw_$img.hex" "$out/oc_$img.hex" "conversion of $img")
+  same "$data/$img.hex" "$out/rw_$img.hex" "input of $img" >/dev/null
+  row "conv_$img" "$rmed" "$med" "$rpeak" "$sum"
+done
+
+measure rw_merge "$romweld" "$data/overlap_a.hex" "$data/overlap_b.hex" "-O$out/rw_merge.hex"
+rmed=$med; rpeak=$peak
+measure sc_merge srec_cat -redundant-bytes=ignore "$data/overlap_a.hex" -intel \
+  "$data/overlap_b.hex" -intel -o "$out/sc_merge.hex" -intel
+sum=$(same "$out/rw_merge.hex" "$out/sc_merge.hex" "merge")
+row merge "$rmed" "$med" "$rpeak" "$sum"
+
+echo
+goal() { awk -v v="$2" -v lim="$3" -v op="$4" 'BEGIN { ok = (op == "<=" ? v <= lim : v < lim); exit !ok }' \
+  && echo "met:    $1 ($2 $4 $3)" || echo "missed: $1 ($2, goal $4 $3)"; }
+goal "converting big vs objcopy" "$ratio_conv_big" 0.7 "<="
+goal "merging vs srec_cat" "$ratio_merge" 0.25 "<="
+goal "converting sparse vs objcopy" "$ratio_conv_sparse" 1 "<"
+goal "peak memory per byte, big" "$per_conv_big" 2.5 "<="
+goal "peak memory per byte, merge" "$per_merge" 2.5 "<="
