@@ -194,13 +194,24 @@ void walkUp(const hexdata *h, uint64_t start, uint64_t end, Fn fn) {
     if (t >= h->top.size()) {
       last = a | kDirMask;
     } else if (!h->top[t]) {
-      last = a | kLeafMask;
+      // Hop over the run of missing leaves in one step.
+      size_t t2 = t + 1;
+      while (t2 < h->top.size() && !h->top[t2])
+        ++t2;
+      last = t2 == h->top.size() ? a | kDirMask : (a & ~kLeafMask) + (uint64_t(t2 - t) << 14) - 1;
     } else {
-      last = a | kRowMask;
-      if (hex_block *b = h->top[t]->slot[row & (kLeafRows - 1)]) {
+      const hex_leaf *l = h->top[t];
+      unsigned s = row & (kLeafRows - 1);
+      if (hex_block *b = l->slot[s]) {
+        last = a | kRowMask;
         unsigned c1 = last <= end ? 255 : unsigned(end & kRowMask);
         if (!fn(b, a & ~kRowMask, unsigned(a & kRowMask), c1))
           return;
+      } else {
+        unsigned s2 = s + 1;
+        while (s2 < kLeafRows && !l->slot[s2])
+          ++s2;
+        last = (a & ~kRowMask) + (uint64_t(s2 - s) << 8) - 1;
       }
     }
     if (last >= end)
@@ -272,6 +283,14 @@ int lastPresent(const uint8_t *attr, unsigned c0, unsigned c1) {
     --c;
   }
   return -1;
+}
+
+// True when no attribute of the n bytes has HEX_PRESERVED or HEX_FORCED.
+bool noneMarked(const uint8_t *attr, unsigned n) {
+  uint8_t any = 0;
+  for (unsigned i = 0; i < n; ++i)
+    any |= attr[i];
+  return !(any & (HEX_PRESERVED | HEX_FORCED));
 }
 
 bool allZero(const uint8_t *p, size_t n) {
@@ -481,6 +500,19 @@ uint64_t storeRun(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t cou
       std::memset(b->r.attr + c0, mark, n);
       b->present = uint16_t(b->present + n);
       addBytes(h, a, last, n);
+      stored += n;
+    } else if (force && noneMarked(b->r.attr + c0, n)) {
+      // Forced over plain bytes and gaps only: nothing to refuse or report.
+      unsigned added = 0;
+      for (unsigned i = 0; i < n; ++i) {
+        added += unsigned(~b->r.attr[c0 + i] & HEX_PRESENT);
+        b->r.attr[c0 + i] |= HEX_PRESENT | HEX_FORCED;
+      }
+      std::memcpy(b->r.data + c0, bytes, n);
+      b->present = uint16_t(b->present + added);
+      // Present bytes of the stretch already lie within the bounds.
+      if (added)
+        addBytes(h, a, last, added);
       stored += n;
     } else {
       for (unsigned i = 0; i < n; ++i)
