@@ -107,14 +107,13 @@ bool conversionSignature(const char *fmt, std::string &sig) {
       if (!field())
         return false;
     }
-    std::string len;
-    if ((p[0] == 'h' && p[1] == 'h') || (p[0] == 'l' && p[1] == 'l')) {
-      len.assign(p, 2);
-      p += 2;
-    } else if (*p && std::strchr("hlLjzt", *p)) {
-      len.assign(p, 1);
-      ++p;
-    }
+    const char *len = p;
+    size_t lenCount = 0;
+    if ((p[0] == 'h' && p[1] == 'h') || (p[0] == 'l' && p[1] == 'l'))
+      lenCount = 2;
+    else if (*p && std::strchr("hlLjzt", *p))
+      lenCount = 1;
+    p += lenCount;
     char cls;
     switch (*p) {
     case 'd': case 'i': cls = 'd'; break;
@@ -126,7 +125,7 @@ bool conversionSignature(const char *fmt, std::string &sig) {
     case 'g': case 'G': case 'a': case 'A': cls = 'f'; break;
     default: return false; // "%n", unknown letters, a '%' at the end
     }
-    sig += len;
+    sig.append(len, lenCount);
     sig += cls;
     sig += ',';
   }
