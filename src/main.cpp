@@ -13,6 +13,7 @@
 #include "common/alert.h"
 #include "common/msgfile.h"
 #include "common/version.h"
+#include "romweld/args.h"
 #include "romweld/usage.h"
 
 namespace {
@@ -175,20 +176,9 @@ int main(int argc, char **argv) {
   }
   alert_setWarnLevel(warnLevel);
 
-  // ---- hand-over to the argument framework ---------------------------
-  // Until the argument table exists every remaining argument is unknown.
-  // Wiring: replace this block with
-  //   bool added = args_addList(unconsumed);
-  //   if (!added || alert_errorReached()) return 1;
-  //   return process(1) ? 0 : 1;
-  bool added = true;
-  for (const std::string &a : unconsumed) {
-    alert(168, a.c_str());
-    added = false;
-    break; // adding stops at the first argument that cannot be matched
-  }
-  if (!added || alert_errorReached())
+  // Every other argument becomes an argument record; a run with any
+  // unrecognised or malformed argument, or any error so far, reads no file.
+  if (!args_addList(unconsumed) || alert_errorReached())
     return 1;
-  return 0;
-  // ---- end of hand-over ------------------------------------------------
+  return process(1) ? 0 : 1;
 }
