@@ -73,9 +73,10 @@ struct pools {
   long failAfter = -1; // tests: allocations left before they fail
 };
 
+// Never destroyed: the pools outlive every image, whatever the exit order.
 pools &pool() {
-  static pools p;
-  return p;
+  static pools *p = new pools;
+  return *p;
 }
 
 bool injectFailure() {
