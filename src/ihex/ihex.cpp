@@ -570,8 +570,8 @@ bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec) {
     }
     if (fill - beg > LONG_LINE) {
       // Stream the rest of this line through the long-line judge.
-      auto ll = std::make_unique<longLine>();
-      ll->feed(B + beg, fill - beg);
+      longLine ll;
+      ll.feed(B + beg, fill - beg);
       beg = fill = 0;
       for (;;) {
         fill = std::fread(B, 1, READ_BLOCK, in);
@@ -580,13 +580,13 @@ bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec) {
           break;
         }
         if (const char *nl = static_cast<const char *>(std::memchr(B, '\n', fill))) {
-          ll->feed(B, static_cast<size_t>(nl - B));
+          ll.feed(B, static_cast<size_t>(nl - B));
           beg = static_cast<size_t>(nl - B) + 1;
           break;
         }
-        ll->feed(B, fill);
+        ll.feed(B, fill);
       }
-      if (!ll->finish(r))
+      if (!ll.finish(r))
         return false;
       if (atEnd)
         break;
