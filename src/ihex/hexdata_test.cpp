@@ -38,43 +38,54 @@ std::string attrName(uint8_t a) {
   return s;
 }
 
-// Canonical text of an image over lo..hi: one line per address whose
-// attribute bits or note are set, then the count and bounds.
-std::string dump(const hexdata *h, uint64_t lo, uint64_t hi) {
-  std::string out;
+// Canonical text of an image: one line per address whose attribute bits
+// or note are set, then the count and bounds.
+void dumpByte(std::string &out, uint64_t a, uint8_t d, uint8_t at, const void *n) {
   char line[80];
-  for (uint64_t a = lo; a <= hi; ++a) {
-    const hex_row *r = hex_getRow(h, hex_rowOf(a));
-    uint8_t at = r ? r->attr[a & 0xFF] : 0, d = r ? r->data[a & 0xFF] : 0;
-    const void *n = hex_getNote(h, a);
-    if (at || n) {
-      std::snprintf(line, sizeof line, "%08" PRIX64 " %02X %s %s\n", a, d, attrName(at).c_str(),
-                    noteName(n).c_str());
-      out += line;
-    }
+  if (at || n) {
+    std::snprintf(line, sizeof line, "%08" PRIX64 " %02X %s %s\n", a, d, attrName(at).c_str(),
+                  noteName(n).c_str());
+    out += line;
   }
-  uint64_t count = hex_getByteCount(h);
+}
+
+void dumpBounds(std::string &out, uint64_t count, uint64_t lo, uint64_t hi) {
+  char line[80];
   std::snprintf(line, sizeof line, "count %" PRIu64, count);
   out += line;
   if (count) {
-    std::snprintf(line, sizeof line, " lo %" PRIX64 " hi %" PRIX64, hex_getLoAddr(h), hex_getHiAddr(h));
+    std::snprintf(line, sizeof line, " lo %" PRIX64 " hi %" PRIX64, lo, hi);
     out += line;
   }
+}
+
+std::string dump(const hexdata *h, uint64_t lo, uint64_t hi) {
+  std::string out;
+  for (uint64_t a = lo; a <= hi; ++a) {
+    const hex_row *r = hex_getRow(h, hex_rowOf(a));
+    dumpByte(out, a, r ? r->data[a & 0xFF] : 0, r ? r->attr[a & 0xFF] : 0, hex_getNote(h, a));
+  }
+  uint64_t count = hex_getByteCount(h);
+  dumpBounds(out, count, count ? hex_getLoAddr(h) : 0, count ? hex_getHiAddr(h) : 0);
   return out;
 }
 
-// The error list as text: "CODE@addr/note" per record.
+// The error list as text: "CODE@addr" per record, "/owner" for clobbers.
+void addRecord(std::string &out, const char *name, uint64_t addr, bool clobber, const void *note) {
+  char buf[64];
+  std::snprintf(buf, sizeof buf, "%s%s@%" PRIX64, out.empty() ? "" : " ", name, addr);
+  out += buf;
+  if (clobber) {
+    out += '/';
+    out += noteName(note);
+  }
+}
+
 std::string errors() {
   std::string out;
-  char buf[64];
   for (uint32_t i = 0; i < hex_errorCount(); ++i) {
     hex_error e = hex_errorAt(i);
-    std::snprintf(buf, sizeof buf, "%s%s@%" PRIX64, out.empty() ? "" : " ", e.name, e.addr);
-    out += buf;
-    if (e.code == ECLOBBERED) {
-      out += '/';
-      out += noteName(e.note);
-    }
+    addRecord(out, e.name, e.addr, e.code == ECLOBBERED, e.note);
   }
   return out;
 }
@@ -484,17 +495,10 @@ struct Model {
   std::map<uint64_t, Byte> m;
   std::set<uint32_t> rows, noteRows;
   uint64_t count = 0, lo = 0, hi = 0;
-  std::vector<std::string> errs;
+  std::string errs;
 
   void err(const char *name, uint64_t a, const void *n = nullptr, bool withNote = false) {
-    char buf[64];
-    std::snprintf(buf, sizeof buf, "%s@%" PRIX64, name, a);
-    std::string e(buf);
-    if (withNote) {
-      e += '/';
-      e += noteName(n);
-    }
-    errs.push_back(e);
+    addRecord(errs, name, a, withNote, n);
   }
   void grow(uint64_t a) {
     if (count == 0)
@@ -642,19 +646,9 @@ constexpr uint64_t kSpan = 0x900;
 
 std::string dumpModel(const Model &md, uint64_t lo, uint64_t hi) {
   std::string out;
-  char line[80];
   for (auto it = md.m.lower_bound(lo); it != md.m.end() && it->first <= hi; ++it)
-    if (it->second.attr || it->second.note) {
-      std::snprintf(line, sizeof line, "%08" PRIX64 " %02X %s %s\n", it->first, it->second.data,
-                    attrName(it->second.attr).c_str(), noteName(it->second.note).c_str());
-      out += line;
-    }
-  std::snprintf(line, sizeof line, "count %" PRIu64, md.count);
-  out += line;
-  if (md.count) {
-    std::snprintf(line, sizeof line, " lo %" PRIX64 " hi %" PRIX64, md.lo, md.hi);
-    out += line;
-  }
+    dumpByte(out, it->first, it->second.data, it->second.attr, it->second.note);
+  dumpBounds(out, md.count, md.lo, md.hi);
   return out;
 }
 
@@ -769,19 +763,7 @@ TEST_F(ImageTest, RandomOperationsMatchNaiveModel) {
         break;
       }
       }
-      std::vector<std::string> gotErrs;
-      for (uint32_t i = 0; i < hex_errorCount(); ++i) {
-        hex_error e = hex_errorAt(i);
-        char buf[64];
-        std::snprintf(buf, sizeof buf, "%s@%" PRIX64, e.name, e.addr);
-        std::string text(buf);
-        if (e.code == ECLOBBERED) {
-          text += '/';
-          text += noteName(e.note);
-        }
-        gotErrs.push_back(text);
-      }
-      ASSERT_EQ(gotErrs, md.errs) << "step " << step;
+      ASSERT_EQ(errors(), md.errs) << "step " << step;
       ASSERT_EQ(got, want) << "step " << step;
       ASSERT_NO_FATAL_FAILURE(expectSame(h.get(), md)) << "step " << step;
       uint64_t probe = addr(), found = 0;
