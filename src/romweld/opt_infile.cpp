@@ -223,15 +223,16 @@ bool doINFILE(romweld_arg *a) {
     broken = true;
   }
 
-  if (!broken) {
-    const outformat *f = romweld.output.format ? romweld.output.format : outformat_default();
-    if (ihex_hasSLA(x))
-      reconcile(a, &romweld.sla, f->allowSLA, "Start Linear Address", ihex_getSLA(x));
-    ihex_clearSLA(x);
-    if (ihex_hasSSA(x))
-      reconcile(a, &romweld.ssa, f->allowSSA, "Start Segment Address", ihex_getSSA(x));
-    ihex_clearSSA(x);
-  }
+  // Start addresses are reconciled before a broken file is dropped: its
+  // records still draw their warnings, although the run stops with it.
+  const outformat *f = romweld.output.format ? romweld.output.format : outformat_default();
+  const uint32_t mySSA = ihex_getSSA(x), mySLA = ihex_getSLA(x);
+  if (ihex_hasSLA(x))
+    reconcile(a, &romweld.sla, f->allowSLA, "Start Linear Address", ihex_getSLA(x));
+  ihex_clearSLA(x);
+  if (ihex_hasSSA(x))
+    reconcile(a, &romweld.ssa, f->allowSSA, "Start Segment Address", ihex_getSSA(x));
+  ihex_clearSSA(x);
   if (broken) {
     std::fclose(in);
     ihex_destroy(x);
@@ -248,7 +249,6 @@ bool doINFILE(romweld_arg *a) {
   if (!romweld.hex) {
     romweld.hex = x;
   } else {
-    const uint32_t mySSA = ihex_getSSA(x), mySLA = ihex_getSLA(x);
     ok = ihex_merge(romweld.hex, x, a->infile.forced);
     for (uint32_t i = 0; i < hex_errorCount(); ++i) {
       const hex_error e = hex_errorAt(i);
