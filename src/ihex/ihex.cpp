@@ -4,14 +4,20 @@
 // place: no allocation per line, one table lookup per hexadecimal digit, one
 // run store per data record. Lines longer than any valid record are judged
 // while they stream past, so a multi-gigabyte line costs no memory.
+// A stream read for a plain merge (ihex_readToMerge) leaves out the bytes
+// that the merge would not change and remembers their addresses (a bit per
+// column, or per row once a whole row is left out), so a file overlapping
+// the image it joins costs memory only for what it adds.
 // The writer walks the image row by row and formats records into its own
 // large buffer before handing whole blocks to the stream.
 #include "ihex/ihex.h"
 
 #include <algorithm>
+#include <array>
 #include <cstring>
 #include <memory>
 #include <new>
+#include <unordered_map>
 
 #include "ihex/hex_errno.h"
 
@@ -290,21 +296,150 @@ inline bool isWs(char c) { return (hx(c) & HX_WS) != 0; }
 constexpr size_t MAX_RECORD_CHARS = 2 * 255 + 11;
 // A line without a line end that grows past this is judged while streaming.
 constexpr size_t LONG_LINE = 4096;
-constexpr size_t READ_BLOCK = size_t(1) << 20;
+constexpr size_t READ_BLOCK = size_t(1) << 18;
 
 enum { MODE_NONE, MODE_SEGMENT, MODE_LINEAR };
+
+// The addresses a stream placed whose bytes were left out of its image
+// because the image it is about to be merged into holds them already: a bit
+// per column for rows left out in part, and a bit per row (in groups of 64
+// rows) once every column of a row was left out, so a long overlap costs a
+// few bytes per row.
+using rowBits = std::array<uint64_t, 4>;
+constexpr rowBits ALL_COLUMNS = {~0ull, ~0ull, ~0ull, ~0ull};
+
+struct dropped {
+  const hexdata *into = nullptr;
+  std::unordered_map<uint32_t, rowBits> part;
+  std::unordered_map<uint32_t, uint64_t> whole; // by row / 64
+  uint64_t count = 0, lo = 0, hi = 0;
+  uint32_t lastRow = 0;
+  const rowBits *last = nullptr; // the bits of lastRow, once looked up
+
+  // The left-out columns of a row; null when none.
+  const rowBits *find(uint32_t row) {
+    if (last && lastRow == row)
+      return last;
+    const rowBits *b = nullptr;
+    auto w = whole.find(row >> 6);
+    if (w != whole.end() && (w->second >> (row & 63) & 1)) {
+      b = &ALL_COLUMNS;
+    } else {
+      auto p = part.find(row);
+      if (p != part.end())
+        b = &p->second;
+    }
+    if (b) {
+      lastRow = row;
+      last = b;
+    }
+    return b;
+  }
+
+  // Adds the columns `cols` of a row (none left out before), the lowest
+  // and highest at first and lastAddr.
+  void add(uint32_t row, const rowBits &cols, unsigned n, uint64_t first, uint64_t lastAddr) {
+    rowBits &b = part[row];
+    for (int w = 0; w < 4; ++w)
+      b[w] |= cols[w];
+    last = &b;
+    lastRow = row;
+    if (b == ALL_COLUMNS) {
+      part.erase(row);
+      whole[row >> 6] |= uint64_t(1) << (row & 63);
+      last = &ALL_COLUMNS;
+    }
+    lo = count == 0 ? first : std::min(lo, first);
+    hi = count == 0 ? lastAddr : std::max(hi, lastAddr);
+    count += n;
+  }
+};
 
 struct reader {
   ihex *x;
   hexdata *img;
   const ihex_readspec *spec;
   bool force;
+  dropped *drop; // null: every byte is kept
   bool ok = true;
   bool eofSeen = false;
   uint32_t line = 0;
   int mode = MODE_NONE;
   uint64_t base = 0;
 };
+
+// Stores a stretch into the stream's image as a plain store with its note.
+bool keep(reader &r, uint64_t ia, const uint8_t *d, uint64_t n) {
+  bool all = hex_storeBytes(r.img, ia, d, n) == n;
+  if (r.spec && r.spec->hasNote)
+    hex_setNote(r.img, ia, ia + n - 1, r.spec->note);
+  return all;
+}
+
+// Stores a run of image addresses for a plain merge into r.drop->into. A
+// byte is left out when this stream has not placed its address yet and the
+// merge would change nothing there (an equal byte, present and not
+// preserved). A later byte at a left-out address is judged against the
+// equal byte the image holds, as the stream's own image would have judged
+// it. Kept stretches go in one run each, so every refusal is recorded in
+// address order, as with no byte left out. True when no byte was refused.
+bool storeDropping(reader &r, uint64_t ia, const uint8_t *d, uint64_t n) {
+  dropped &k = *r.drop;
+  bool all = true;
+  for (uint64_t i = 0; i < n;) {
+    const uint64_t a = ia + i;
+    const unsigned c0 = static_cast<unsigned>(a & 0xFF);
+    const unsigned m = static_cast<unsigned>(std::min<uint64_t>(n - i, 256 - c0));
+    const uint8_t *v = d + i;
+    i += m;
+    const uint32_t row = hex_rowOf(a);
+    const hex_row *into = hex_getRow(k.into, row);
+    if (!into) {
+      all &= keep(r, a, v, m);
+      continue;
+    }
+    const hex_row *own = hex_getRow(r.img, row);
+    const rowBits *seen = k.find(row);
+    // Columns of this piece are distinct, so bits left out now cannot be
+    // met again before the piece is done.
+    rowBits fresh{};
+    unsigned nFresh = 0, firstFresh = 0, lastFresh = 0;
+    for (unsigned j = 0; j < m;) {
+      const unsigned from = j;
+      bool again = false;
+      for (; j < m; ++j) {
+        const unsigned c = c0 + j;
+        again = seen && ((*seen)[c >> 6] >> (c & 63) & 1);
+        if (again)
+          break;
+        if (own && (own->attr[c] & HEX_PRESENT))
+          continue;
+        if ((into->attr[c] & (HEX_PRESENT | HEX_PRESERVED)) == HEX_PRESENT && into->data[c] == v[j])
+          break;
+      }
+      if (j > from)
+        all &= keep(r, a + from, v + from, j - from);
+      if (j == m)
+        break;
+      const unsigned c = c0 + j;
+      if (again) {
+        if (into->data[c] != v[j]) {
+          hex_setError(ECLASH, a + j);
+          all = false;
+        }
+      } else {
+        fresh[c >> 6] |= uint64_t(1) << (c & 63);
+        if (nFresh++ == 0)
+          firstFresh = j;
+        lastFresh = j;
+      }
+      ++j;
+    }
+    if (nFresh)
+      k.add(row, fresh, nFresh, a + firstFresh, a + lastFresh);
+  }
+  return all;
+}
 
 // Stores one piece of a data record whose file addresses are contiguous.
 // False: the offset would place data below address 0 (reading stops).
@@ -332,6 +467,11 @@ bool storePiece(reader &r, uint64_t fa, const uint8_t *d, uint64_t n) {
     }
   }
   uint64_t ia = fa + static_cast<uint64_t>(offset);
+  if (r.drop) {
+    if (!storeDropping(r, ia, d, n))
+      r.ok = false;
+    return true;
+  }
   if (hex_putBytes(r.img, ia, d, n, r.force) != n)
     r.ok = false;
   if (s) {
@@ -534,14 +674,8 @@ struct longLine {
   }
 };
 
-} // namespace
-
-bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec) {
-  if (!x || !in) {
-    hex_setError(ENULL);
-    return false;
-  }
-  reader r{x, x->image, spec, spec && !spec->canBeClobbered};
+bool readStream(ihex *x, FILE *in, const ihex_readspec *spec, dropped *drop) {
+  reader r{x, x->image, spec, spec && !spec->canBeClobbered, drop};
   x->CS = x->IP = 0;
   x->hasCS = x->hasIP = false;
   x->EIP = 0;
@@ -611,7 +745,43 @@ bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec) {
   return r.ok;
 }
 
+} // namespace
+
+bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec) {
+  if (!x || !in) {
+    hex_setError(ENULL);
+    return false;
+  }
+  return readStream(x, in, spec, nullptr);
+}
+
 bool ihex_read(ihex *x, FILE *in) { return ihex_readSpecd(x, in, nullptr); }
+
+bool ihex_readToMerge(ihex *x, FILE *in, const ihex_readspec *spec, const hexdata *dst,
+                      ihex_extent *placed) {
+  if (!x || !in || !placed) {
+    hex_setError(ENULL);
+    return false;
+  }
+  // A forced merge changes equal bytes too (their mark and owner), and a
+  // preserving read refuses a second byte at one address even when equal:
+  // then every byte is kept.
+  const bool plain = !spec || (spec->canBeClobbered && !spec->willPreserveData);
+  dropped dropping;
+  dropping.into = dst;
+  dropped *drop = dst && dst != x->image && plain ? &dropping : nullptr;
+  const bool ok = readStream(x, in, spec, drop);
+  *placed = ihex_extent{};
+  const hexdata *img = x->image;
+  if (hex_getByteCount(img) > 0)
+    *placed = {hex_getByteCount(img), hex_getLoAddr(img), hex_getHiAddr(img)};
+  if (drop && drop->count > 0) {
+    placed->lo = placed->count == 0 ? drop->lo : std::min(placed->lo, drop->lo);
+    placed->hi = placed->count == 0 ? drop->hi : std::max(placed->hi, drop->hi);
+    placed->count += drop->count;
+  }
+  return ok;
+}
 
 // ---- writer -----------------------------------------------------------------
 

@@ -69,6 +69,25 @@ void ihex_clearSLA(ihex *x);
 // True when the stream was read without any recorded problem.
 bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec);
 bool ihex_read(ihex *x, FILE *in);
+
+// The addresses a stream placed: how many distinct ones, the lowest and the
+// highest (all 0 when none).
+struct ihex_extent {
+  uint64_t count = 0;
+  uint64_t lo = 0;
+  uint64_t hi = 0;
+};
+// ihex_readSpecd for a stream about to be merged into dst with
+// ihex_merge(.., x, force) where force = !canBeClobbered. For a plain
+// read (no force, no preserve) bytes that the merge would leave unchanged
+// (dst holds an equal byte there, not HEX_PRESERVED) are left out of x's
+// image, and a later record at such an address is judged as if the byte
+// were held. Records, result and merged outcome are those of
+// ihex_readSpecd; dst must not change before the merge. *placed gets the
+// extent x's image would have had with nothing left out. ENULL for a null
+// x, stream or placed; dst may be null (nothing is left out).
+bool ihex_readToMerge(ihex *x, FILE *in, const ihex_readspec *spec, const hexdata *dst,
+                      ihex_extent *placed);
 // Merges src into dst, reconciling start addresses; src may be emptied.
 bool ihex_merge(ihex *dst, ihex *src, bool force);
 

@@ -172,7 +172,10 @@ bool doINFILE(romweld_arg *a) {
     return false;
   }
 
-  ihex_readSpecd(x, in, &spec);
+  // A later file leaves out of its own image the bytes that the main image
+  // already holds unchanged, so an overlap is not held twice.
+  ihex_extent placed;
+  ihex_readToMerge(x, in, &spec, romweld.hex ? ihex_getImage(romweld.hex) : nullptr, &placed);
   bool broken = false;
   for (uint32_t i = 0; i < hex_errorCount(); ++i) {
     const hex_error e = hex_errorAt(i);
@@ -241,9 +244,8 @@ bool doINFILE(romweld_arg *a) {
   }
 
   hex_clearErrors();
-  hexdata *img = ihex_getImage(x);
-  if (hex_getByteCount(img) > 0)
-    romweld_widenSpan(hex_getLoAddr(img), hex_getHiAddr(img));
+  if (placed.count > 0)
+    romweld_widenSpan(placed.lo, placed.hi);
 
   bool ok = true;
   if (!romweld.hex) {
