@@ -380,8 +380,8 @@ std::shared_ptr<msg_table> msgfile_parse(FILE *fp, const char *reportPath) {
       return q;
     };
     skipBlanks();
-    if (*p == '\n' || *p == '\0')
-      continue; // blank lines separate groups of messages
+    // A blank line reads as number 0 with no type behind it, so it is
+    // reported like any other line that stops after its number.
     const char *numEnd = tokenEnd(p);
     std::string numTok(p, numEnd);
     // Read as unsigned on purpose: "-3" wraps to a huge number and is refused.

@@ -58,6 +58,8 @@ std::shared_ptr<msg_table> parseText(const std::string &text) {
 
 TEST_F(MsgFile, LineFormat) {
   auto t = parseText("# comment\n"
+                     "\n"
+                     " \t\n"
                      "12 E some error %s\n"
                      "13\tm\tmessage\twith tabs\n"
                      "14 -3 warning\n"
@@ -83,7 +85,7 @@ TEST_F(MsgFile, LineFormat) {
   EXPECT_EQ((*t)[18]->kind, MSG_ERROR);
   EXPECT_EQ(msgfile_lastNumber(), 12u);
   std::vector<std::string> want;
-  for (unsigned n : {6, 7, 8, 9, 10})
+  for (unsigned n : {2, 3, 8, 9, 10, 11, 12})
     want.push_back("Malformed error information on line " + std::to_string(n) +
                    ", in file (null)\n\n");
   EXPECT_EQ(lines, want);
