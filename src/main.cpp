@@ -121,17 +121,11 @@ int main(int argc, char **argv) {
       version_print();
       std::fflush(stdout);
       std::exit(0);
-    } else if (equals(arg, "-help")) {
+    } else if (equals(arg, "-help") || equals(arg, "-help=")) {
       printHelp();
       unconsumed.push_back(arg); // the argument table's help follows
     } else if (startsWith(arg, "-help=")) {
-      const char *value = s + 6;
-      if (!*value) {
-        printHelp();
-        unconsumed.push_back(arg);
-        continue;
-      }
-      value += std::strspn(value, "-");
+      const char *value = s + 6 + std::strspn(s + 6, "-");
       if (const globalOption *o = findGlobalOption(value))
         printUsage(*o);
       else
