@@ -245,9 +245,7 @@ bool args_addList(const std::vector<std::string> &list) {
   return true;
 }
 
-bool args_addf(const char *fmt, ...) {
-  va_list ap;
-  va_start(ap, fmt);
+bool args_vaddf(const char *fmt, va_list ap) {
   va_list copy;
   va_copy(copy, ap);
   int n = std::vsnprintf(nullptr, 0, fmt, copy);
@@ -255,8 +253,15 @@ bool args_addf(const char *fmt, ...) {
   std::string text(n > 0 ? static_cast<size_t>(n) : 0, '\0');
   if (n > 0)
     std::vsnprintf(text.data(), text.size() + 1, fmt, ap);
-  va_end(ap);
   return args_add(text);
+}
+
+bool args_addf(const char *fmt, ...) {
+  va_list ap;
+  va_start(ap, fmt);
+  const bool ok = args_vaddf(fmt, ap);
+  va_end(ap);
+  return ok;
 }
 
 romweld_arg *args_append(std::unique_ptr<romweld_arg> a) {
@@ -361,13 +366,19 @@ const char *arg_matchWord(const romweld_arg *a, const char *word, bool *plus) {
   return strncasecmp(p, word, n) == 0 ? p + n : nullptr;
 }
 
-void arg_plusIgnored(const romweld_arg *a, bool plus, const char *word) {
-  if (!plus)
-    return;
-  std::string lower(word);
-  for (char &c : lower)
-    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  arg_warning(a, "'+' prefix is not supported by %s", lower.c_str());
+const char *arg_claimWord(romweld_arg *a, const char *word, uint32_t id) {
+  bool plus = false;
+  const char *rest = arg_matchWord(a, word, &plus);
+  if (!rest)
+    return nullptr;
+  a->id = id;
+  if (plus) {
+    std::string lower(word);
+    for (char &c : lower)
+      c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    arg_warning(a, "'+' prefix is not supported by %s", lower.c_str());
+  }
+  return rest;
 }
 
 void arg_assertFailed(const char *expr, const char *file, unsigned line) {

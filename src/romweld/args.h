@@ -5,6 +5,7 @@
 // process(): the records' operations run grouped by kind in a fixed order.
 #pragma once
 
+#include <cstdarg>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -82,6 +83,7 @@ const argt_row *argt_rowOf(uint32_t id);
 bool args_add(const std::string &text);
 bool args_addList(const std::vector<std::string> &list); // stops at first failure
 bool args_addf(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+bool args_vaddf(const char *fmt, va_list ap);
 size_t args_count();
 std::string args_text(size_t n); // empty past the end
 const std::vector<std::unique_ptr<romweld_arg>> &args_all();
@@ -100,9 +102,10 @@ void arg_warning(const romweld_arg *a, const char *fmt, ...) __attribute__((form
 // past the word, or null when it does not match; *plus tells whether '+'
 // was given.
 const char *arg_matchWord(const romweld_arg *a, const char *word, bool *plus);
-// Issues "'+' prefix is not supported by <word>" when plus is set; the word
-// is named in lower case.
-void arg_plusIgnored(const romweld_arg *a, bool plus, const char *word);
+// For the options that store no data: matches `word` as above and, when it
+// matches, sets the record's kind to `id` and issues "'+' prefix is not
+// supported by <word>" (the word in lower case) if '+' was given.
+const char *arg_claimWord(romweld_arg *a, const char *word, uint32_t id);
 
 // Internal consistency check on a named expression: a failure reports the
 // expression, the source file and the line, and ends the process. Guards

@@ -21,13 +21,10 @@ const char *bareName(const char *name) {
 } // namespace
 
 int parseHELP(romweld_arg *a) {
-  bool plus = false;
-  const char *p = arg_matchWord(a, "-help", &plus);
+  const char *p = arg_claimWord(a, "-help", ARGT_HELP);
   if (!p)
     return MATCH_NONE;
-  a->id = ARGT_HELP;
   a->op = doHELP;
-  arg_plusIgnored(a, plus, "-help");
   a->helpRow = -1;
   if (*p == '\0')
     return MATCH_OK;

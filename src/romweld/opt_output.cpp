@@ -25,33 +25,28 @@ const char *afterEquals(romweld_arg *a, const char *rest) {
   return rest + 1;
 }
 
-bool noGarbage(romweld_arg *a, const char *rest) {
-  if (*rest == '\0')
-    return true;
-  arg_error(a, "garbage (\"%s\") at the end of option", rest);
-  return false;
-}
-
-const outformat *currentFormat() {
-  return romweld.output.format ? romweld.output.format : outformat_default();
+// "=" and one number, for the options whose value is a single number.
+// Whatever follows the number is not looked at.
+bool equalsNumber(romweld_arg *a, const char *rest, const char *what, unsigned maxBytes,
+                  int radix, uint64_t *value) {
+  if (!(rest = afterEquals(a, rest)))
+    return false;
+  numreq r{a, what, rest, maxBytes, radix};
+  grammar_number(&r);
+  *value = r.value;
+  return !r.error;
 }
 
 // --SSA and --SLA share their grammar: a hexadecimal value of up to 4 bytes.
 int parseStartAddress(romweld_arg *a, const char *word, const char *what, argt id,
                       romweld_op op, uint32_t *value) {
-  bool plus = false;
-  const char *rest = arg_matchWord(a, word, &plus);
+  const char *rest = arg_claimWord(a, word, id);
   if (!rest)
     return MATCH_NONE;
-  a->id = id;
-  arg_plusIgnored(a, plus, word);
-  if (!(rest = afterEquals(a, rest)))
+  uint64_t v = 0;
+  if (!equalsNumber(a, rest, what, 4, RADIX_16, &v))
     return MATCH_ERROR;
-  numreq r{a, what, rest, 4, RADIX_16};
-  grammar_number(&r);
-  if (r.error || !noGarbage(a, r.end))
-    return MATCH_ERROR;
-  *value = static_cast<uint32_t>(r.value);
+  *value = static_cast<uint32_t>(v);
   a->op = op;
   return MATCH_OK;
 }
@@ -60,7 +55,7 @@ bool applyStartAddress(romweld_arg *a, startaddr *s, bool allowed, const char *k
                        uint32_t value) {
   if (!allowed) {
     arg_warning(a, "chosen output format (%s) does not permit \"%s\" records",
-                currentFormat()->name, kind);
+                romweld.output.format->name, kind);
     return true;
   }
   if (s->state == 2)
@@ -76,12 +71,9 @@ bool applyStartAddress(romweld_arg *a, startaddr *s, bool allowed, const char *k
 // ---- -O -------------------------------------------------------------------------
 
 int parseOUTFILE(romweld_arg *a) {
-  bool plus = false;
-  const char *rest = arg_matchWord(a, "-O", &plus);
+  const char *rest = arg_claimWord(a, "-o", ARGT_OUTFILE);
   if (!rest)
     return MATCH_NONE;
-  a->id = ARGT_OUTFILE;
-  arg_plusIgnored(a, plus, "-o");
   if (*rest)
     a->outpath = rest;
   a->op = doOUTFILE;
@@ -100,12 +92,9 @@ bool doOUTFILE(romweld_arg *a) {
 // ---- -FORMAT -------------------------------------------------------------------------
 
 int parseFORMAT(romweld_arg *a) {
-  bool plus = false;
-  const char *rest = arg_matchWord(a, "-format", &plus);
+  const char *rest = arg_claimWord(a, "-format", ARGT_FORMAT);
   if (!rest)
     return MATCH_NONE;
-  a->id = ARGT_FORMAT;
-  arg_plusIgnored(a, plus, "-format");
   if (!(rest = afterEquals(a, rest)))
     return MATCH_ERROR;
   // Intended: each name is compared over its own length, so "INHX32X" picks
@@ -136,8 +125,10 @@ int parseFORMAT(romweld_arg *a) {
     }
     rest = r.end;
   }
-  if (!noGarbage(a, rest))
+  if (*rest != '\0') {
+    arg_error(a, "garbage (\"%s\") at the end of option", rest);
     return MATCH_ERROR;
+  }
   a->op = doFORMAT;
   return MATCH_OK;
 }
@@ -165,25 +156,17 @@ bool doFORMAT(romweld_arg *a) {
 // ---- -ADDRESSING -----------------------------------------------------------------------
 
 int parseADDRESSING(romweld_arg *a) {
-  bool plus = false;
-  const char *rest = arg_matchWord(a, "-addressing", &plus);
+  const char *rest = arg_claimWord(a, "-addressing", ARGT_ADDRESSING);
   if (!rest)
     return MATCH_NONE;
-  a->id = ARGT_ADDRESSING;
-  arg_plusIgnored(a, plus, "-addressing");
-  if (!(rest = afterEquals(a, rest)))
+  uint64_t v = 0;
+  if (!equalsNumber(a, rest, "\"addressing\"", 1, RADIX_10, &v))
     return MATCH_ERROR;
-  numreq r{a, "\"addressing\"", rest, 1, RADIX_10};
-  grammar_number(&r);
-  if (r.error)
-    return MATCH_ERROR;
-  if (r.value < 1 || r.value > MAX_ARG_BYTES) {
+  if (v < 1 || v > MAX_ARG_BYTES) {
     arg_error(a, "addressing must be > 0 and <= %zd", static_cast<ssize_t>(MAX_ARG_BYTES));
     return MATCH_ERROR;
   }
-  if (!noGarbage(a, r.end))
-    return MATCH_ERROR;
-  a->addressing = static_cast<uint32_t>(r.value);
+  a->addressing = static_cast<uint32_t>(v);
   a->op = doADDRESSING;
   return MATCH_OK;
 }
@@ -202,12 +185,9 @@ constexpr uint64_t BREAK_TOP = 0xFFFFFFFFFFFFFFFEull;
 }
 
 int parseBREAK(romweld_arg *a) {
-  bool plus = false;
-  const char *rest = arg_matchWord(a, "-break", &plus);
+  const char *rest = arg_claimWord(a, "-break", ARGT_BREAK);
   if (!rest)
     return MATCH_NONE;
-  a->id = ARGT_BREAK;
-  arg_plusIgnored(a, plus, "-break");
   if (!(rest = afterEquals(a, rest)))
     return MATCH_ERROR;
   if (*rest == '\0') {
@@ -258,8 +238,8 @@ int parseSSA(romweld_arg *a) {
 }
 
 bool doSSA(romweld_arg *a) {
-  return applyStartAddress(a, &romweld.ssa, currentFormat()->allowSSA, "Start Segment Address",
-                           a->ssa);
+  return applyStartAddress(a, &romweld.ssa, romweld.output.format->allowSSA,
+                           "Start Segment Address", a->ssa);
 }
 
 int parseSLA(romweld_arg *a) {
@@ -267,19 +247,16 @@ int parseSLA(romweld_arg *a) {
 }
 
 bool doSLA(romweld_arg *a) {
-  return applyStartAddress(a, &romweld.sla, currentFormat()->allowSLA, "Start Linear Address",
-                           a->sla);
+  return applyStartAddress(a, &romweld.sla, romweld.output.format->allowSLA,
+                           "Start Linear Address", a->sla);
 }
 
 // ---- -SIZE -------------------------------------------------------------------------------
 
 int parseSIZE(romweld_arg *a) {
-  bool plus = false;
-  const char *rest = arg_matchWord(a, "-size", &plus);
+  const char *rest = arg_claimWord(a, "-size", ARGT_SIZE);
   if (!rest)
     return MATCH_NONE;
-  a->id = ARGT_SIZE;
-  arg_plusIgnored(a, plus, "-size");
   if (*rest) {
     arg_error(a, "malformed option");
     return MATCH_ERROR;
@@ -298,12 +275,9 @@ bool doSIZE(romweld_arg *) {
 // ---- -LOGFILE ----------------------------------------------------------------------------
 
 int parseLOGFILE(romweld_arg *a) {
-  bool plus = false;
-  const char *rest = arg_matchWord(a, "-logfile", &plus);
+  const char *rest = arg_claimWord(a, "-logfile", ARGT_LOGFILE);
   if (!rest)
     return MATCH_NONE;
-  a->id = ARGT_LOGFILE;
-  arg_plusIgnored(a, plus, "-logfile");
   if (*rest != '=' && *rest != '\0') {
     arg_error(a, "malformed option");
     return MATCH_ERROR;
