@@ -11,6 +11,7 @@
 #include "common/atomicfile.h"
 #include "ihex/hex_errno.h"
 #include "ihex/ihex.h"
+#include "romweld/args.h"
 #include "romweld/settings.h"
 
 namespace {
@@ -55,15 +56,15 @@ bool setStartAddresses(ihex *x) {
 } // namespace
 
 bool output_stage() {
-  if (!romweld.hex && !(romweld.hex = ihex_create()))
-    alert_outOfMemory();
+  // Earlier steps of the run have settled the format, record length and image.
+  ROMWELD_ASSERT(romweld.hex && romweld.output.format && romweld.output.maxLength != 0);
   ihex *x = romweld.hex;
   if (!setStartAddresses(x))
     return false;
   if (romweld.output.suppress)
     return true;
 
-  const outformat *f = romweld.output.format ? romweld.output.format : outformat_default();
+  const outformat *f = romweld.output.format;
   const bool toFile = romweld.output.path.has_value();
   const char *where = toFile ? romweld.output.path->c_str() : "stdout";
   std::string tmp;
@@ -77,7 +78,7 @@ bool output_stage() {
   }
 
   hex_clearErrors();
-  ihex_setMaxLength(x, romweld.output.maxLength ? romweld.output.maxLength : 16);
+  ihex_setMaxLength(x, romweld.output.maxLength);
   ihex_write(x, out, f->writer);
   bool good = true, writeFailed = false;
   for (uint32_t i = 0; i < hex_errorCount(); ++i) {
