@@ -144,30 +144,19 @@ void grammar_number(numreq *r) {
 void grammar_range(rangereq *r) {
   ROMWELD_ASSERT(r != nullptr && r->arg != nullptr && r->start != nullptr);
   r->error = true;
-  readnum_result lo = grammar_readNumber(r->start, r->radix);
-  if (lo.bytes == 0) {
-    arg_error(r->arg, "cannot determine start address");
+  // Each bound is a number of up to 8 bytes, named in the number's messages.
+  numreq lo{r->arg, "start address", r->start, MAX_ARG_BYTES, r->radix};
+  grammar_number(&lo);
+  if (lo.error)
     return;
-  }
-  if (lo.bytes > MAX_ARG_BYTES) {
-    arg_error(r->arg, "start address is too wide, it must be <= %d bytes",
-              static_cast<int>(MAX_ARG_BYTES));
-    return;
-  }
   if (*lo.end != '-') {
     arg_error(r->arg, "range requires an end address");
     return;
   }
-  readnum_result hi = grammar_readNumber(lo.end + 1, r->radix);
-  if (hi.bytes == 0) {
-    arg_error(r->arg, "cannot determine end address");
+  numreq hi{r->arg, "end address", lo.end + 1, MAX_ARG_BYTES, r->radix};
+  grammar_number(&hi);
+  if (hi.error)
     return;
-  }
-  if (hi.bytes > MAX_ARG_BYTES) {
-    arg_error(r->arg, "end address is too wide, it must be <= %d bytes",
-              static_cast<int>(MAX_ARG_BYTES));
-    return;
-  }
   uint64_t start = lo.value, end = hi.value;
   // The multiplier is whatever the run holds at parse time (0 in a fresh
   // process); the end then covers every byte of its last word.
