@@ -209,17 +209,9 @@ bool doINFILE(romweld_arg *a) {
       arg_error(a, "offset (%d) would place data in hex-file (%s) at an address < 0",
                 spec.offset, path);
       break;
-    case ECLASH:
-    case EPRESERVED:
-      // The file gives one address two different values.
-      arg_error(a, "data in \"%s\" conflicts with existing data at address 0x%" PRIX64, path,
-                e.addr);
-      break;
-    case ECLOBBERED: // a forced file overwriting itself: the later record wins
-      continue;
     case EMEMORY:
       break;
-    default:
+    default: // the image's refusals too: a file placing one address twice is not expected
       alert(MSG_INTERNAL);
       break;
     }
