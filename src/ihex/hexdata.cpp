@@ -420,6 +420,43 @@ bool copyNotes(hex_block *d, const hex_block *s) {
   return true;
 }
 
+// Gives d the note s has at column c, or s's notes for the whole row. A
+// merge that cannot get a note array would lose owners: that is fatal.
+void mergeNote(hex_block *d, const hex_block *s, unsigned c) {
+  const void *dn = setNotes(d, c, c, noteAt(s, c)) ? d : nullptr;
+  assert(dn != NULL);
+}
+
+void mergeNotes(hex_block *d, const hex_block *s) {
+  const void *dn = copyNotes(d, s) ? d : nullptr;
+  assert(dn != NULL);
+}
+
+// ---- argument checks ------------------------------------------------------
+
+// True, with ENULL recorded, when there is no image.
+inline bool noImage(const hexdata *h) {
+  if (h)
+    return false;
+  hex_setError(ENULL);
+  return true;
+}
+
+// True, with EARG recorded, when a range's start lies past its end.
+inline bool reversed(uint64_t start, uint64_t end) {
+  if (start <= end)
+    return false;
+  hex_setError(EARG);
+  return true;
+}
+
+// The last address of the run start..start+count-1 (count > 0); a run past
+// the top of the address space stops there.
+inline uint64_t runLast(uint64_t start, uint64_t count) {
+  const uint64_t end = start + (count - 1);
+  return end < start ? UINT64_MAX : end;
+}
+
 // ---- bounds and stores ----------------------------------------------------
 
 // Widens the bounds for n newly present bytes spanning first..last.
@@ -464,10 +501,8 @@ int storeAt(hexdata *h, hex_block *b, uint64_t addr, uint8_t v, bool force) {
 }
 
 int storeOne(hexdata *h, uint64_t addr, uint8_t v, bool force) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   hex_block *b = dataBlock(h, hex_rowOf(addr));
   if (!b) {
     hex_setError(EMEMORY);
@@ -483,9 +518,7 @@ uint64_t storeRun(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t cou
   }
   if (count == 0)
     return 0;
-  uint64_t end = start + (count - 1);
-  if (end < start) // a run past the top of the address space stops there
-    end = UINT64_MAX;
+  const uint64_t end = runLast(start, count);
   const uint8_t mark = force ? HEX_PRESENT | HEX_FORCED : HEX_PRESENT;
   uint64_t stored = 0;
   for (uint64_t a = start;;) {
@@ -541,14 +574,11 @@ unsigned mergeRow(hex_block *d, const hex_block *s, uint64_t base, bool force, i
         d->r.attr[c] = uint8_t(d->r.attr[c] | ((d->r.attr[c] & HEX_PRESENT) * X));
     if (takeSame) {
       if (s->present == 256) {
-        const void *dn = copyNotes(d, s) ? d : nullptr;
-        assert(dn != NULL);
+        mergeNotes(d, s);
       } else {
         for (unsigned c = 0; c < 256; ++c)
-          if (s->r.attr[c] & HEX_PRESENT) {
-            const void *dn = setNotes(d, c, c, noteAt(s, c)) ? d : nullptr;
-            assert(dn != NULL);
-          }
+          if (s->r.attr[c] & HEX_PRESENT)
+            mergeNote(d, s, c);
       }
     }
     return 0;
@@ -562,10 +592,8 @@ unsigned mergeRow(hex_block *d, const hex_block *s, uint64_t base, bool force, i
     const uint8_t sv = s->r.data[c];
     if (d->r.data[c] == sv && a == b) {
       a |= X;
-      if (takeSame) {
-        const void *dn = setNotes(d, c, c, noteAt(s, c)) ? d : nullptr;
-        assert(dn != NULL);
-      }
+      if (takeSame)
+        mergeNote(d, s, c);
       continue;
     }
     if (a & HEX_PRESERVED) {
@@ -588,10 +616,8 @@ unsigned mergeRow(hex_block *d, const hex_block *s, uint64_t base, bool force, i
     }
     d->r.data[c] = sv;
     a = uint8_t(b | X);
-    if (sNotes) {
-      const void *dn = setNotes(d, c, c, noteAt(s, c)) ? d : nullptr;
-      assert(dn != NULL);
-    }
+    if (sNotes)
+      mergeNote(d, s, c);
   }
   d->present = uint16_t(d->present + added);
   return added;
@@ -652,8 +678,7 @@ int merge(hexdata *dst, hexdata *src, int force, bool move) {
           d->note = nullptr;
           s->notes = nullptr;
         } else {
-          const void *dn = copyNotes(d, s) ? d : nullptr;
-          assert(dn != NULL);
+          mergeNotes(d, s);
         }
       }
       return true;
@@ -680,10 +705,8 @@ hexdata *hex_create() {
 }
 
 int hex_clear(hexdata *h) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   for (hex_leaf *l : h->top) {
     if (!l)
       continue;
@@ -707,56 +730,46 @@ void hex_destroy(hexdata *h) {
 }
 
 uint64_t hex_getByteCount(const hexdata *h) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   return h->hex_byteCount;
 }
 
-uint64_t hex_getLoAddr(const hexdata *h) {
-  if (!h || h->hex_byteCount == 0) {
-    hex_setError(h ? ENODATA : ENULL);
+// A bound of a non-empty image; 0 with ENODATA (or ENULL) otherwise.
+static uint64_t bound(const hexdata *h, uint64_t hexdata::*which) {
+  if (noImage(h))
+    return 0;
+  if (h->hex_byteCount == 0) {
+    hex_setError(ENODATA);
     return 0;
   }
-  return h->hex_loAddr;
+  return h->*which;
 }
 
-uint64_t hex_getHiAddr(const hexdata *h) {
-  if (!h || h->hex_byteCount == 0) {
-    hex_setError(h ? ENODATA : ENULL);
-    return 0;
-  }
-  return h->hex_hiAddr;
-}
+uint64_t hex_getLoAddr(const hexdata *h) { return bound(h, &hexdata::hex_loAddr); }
+uint64_t hex_getHiAddr(const hexdata *h) { return bound(h, &hexdata::hex_hiAddr); }
 
 // ---- queries ----------------------------------------------------------------
 
 int hex_hasByte(const hexdata *h, uint64_t addr) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   const hex_block *b = findBlock(h, hex_rowOf(addr));
   return b && (b->r.attr[addr & kRowMask] & HEX_PRESENT);
 }
 
 int hex_hasAnyByte(const hexdata *h, uint64_t start, uint64_t count) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   if (count == 0)
     return 0;
-  uint64_t end = start + (count - 1), found;
-  return nextPresent(h, start, end < start ? UINT64_MAX : end, &found);
+  uint64_t found;
+  return nextPresent(h, start, runLast(start, count), &found);
 }
 
 uint8_t hex_getByte(const hexdata *h, uint64_t addr) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   const hex_block *b = findBlock(h, hex_rowOf(addr));
   if (!b || !(b->r.attr[addr & kRowMask] & HEX_PRESENT)) {
     hex_setError(ENODATA);
@@ -766,10 +779,8 @@ uint8_t hex_getByte(const hexdata *h, uint64_t addr) {
 }
 
 std::vector<uint8_t> hex_getBytes(const hexdata *h, uint64_t start, uint64_t count) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return {};
-  }
   std::vector<uint8_t> out(count);
   for (uint64_t i = 0; i < count;) {
     uint64_t a = start + i;
@@ -788,26 +799,21 @@ std::vector<uint8_t> hex_getBytes(const hexdata *h, uint64_t start, uint64_t cou
 }
 
 int hex_isPreserved(const hexdata *h, uint64_t addr) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   const hex_block *b = findBlock(h, hex_rowOf(addr));
   return b && (b->r.attr[addr & kRowMask] & HEX_PRESERVED);
 }
 
 int hex_anyPreserved(const hexdata *h, uint64_t start, uint64_t count) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   if (count == 0) {
     hex_setError(EARG);
     return 0;
   }
-  uint64_t end = start + (count - 1);
   int any = 0;
-  walkUp(h, start, end < start ? UINT64_MAX : end,
+  walkUp(h, start, runLast(start, count),
          [&](const hex_block *b, uint64_t, unsigned c0, unsigned c1) {
            for (unsigned c = c0; c <= c1; ++c)
              if (b->r.attr[c] & HEX_PRESERVED) {
@@ -820,14 +826,10 @@ int hex_anyPreserved(const hexdata *h, uint64_t start, uint64_t count) {
 }
 
 uint32_t hex_findByte(const hexdata *h, uint64_t start, uint64_t end) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
-  if (start > end) {
-    hex_setError(EARG);
+  if (reversed(start, end))
     return 0;
-  }
   uint64_t found = 0;
   nextPresent(h, start, end, &found);
   return uint32_t(found); // reduced to 32 bits: address 0 and none look alike
@@ -842,23 +844,17 @@ bool hex_nextPresent(const hexdata *h, uint64_t start, uint64_t *found) {
 }
 
 const void *hex_getNote(const hexdata *h, uint64_t addr) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return nullptr;
-  }
   const hex_block *b = findBlock(h, hex_rowOf(addr));
   return b ? noteAt(b, unsigned(addr & kRowMask)) : nullptr;
 }
 
 uint64_t hex_findNoteRange(const hexdata *h, uint64_t start, uint64_t end) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
-  if (start > end) {
-    hex_setError(EARG);
+  if (reversed(start, end))
     return 0;
-  }
   const void *n = hex_getNote(h, start);
   uint64_t result = end;
   // Walk every row of the range (missing ones too: they read as null notes).
@@ -906,10 +902,8 @@ uint64_t hex_findNoteRange(const hexdata *h, uint64_t start, uint64_t end) {
 }
 
 const hex_row *hex_getRow(const hexdata *h, uint32_t row) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return nullptr;
-  }
   const hex_block *b = findBlock(h, row);
   return b && (b->flags & BLK_DATA) ? &b->r : nullptr;
 }
@@ -933,14 +927,10 @@ uint64_t hex_putBytes(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t
 }
 
 int hex_preserveData(hexdata *h, uint64_t start, uint64_t end, int on) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
-  if (start > end) {
-    hex_setError(EARG);
+  if (reversed(start, end))
     return 0;
-  }
   walkUp(h, start, end, [&](hex_block *b, uint64_t, unsigned c0, unsigned c1) {
     if (b->present == 0)
       return true;
@@ -958,14 +948,10 @@ int hex_preserveData(hexdata *h, uint64_t start, uint64_t end, int on) {
 }
 
 int hex_setNote(hexdata *h, uint64_t start, uint64_t end, const void *note) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
-  if (start > end) {
-    hex_setError(EARG);
+  if (reversed(start, end))
     return 0;
-  }
   for (uint64_t a = start;;) {
     uint64_t last = std::min(a | kRowMask, end);
     hex_block *b = blockOf(h, hex_rowOf(a));
@@ -980,17 +966,13 @@ int hex_setNote(hexdata *h, uint64_t start, uint64_t end, const void *note) {
 }
 
 int hex_deleteBytes(hexdata *h, uint64_t start, uint64_t count) {
-  if (!h) {
-    hex_setError(ENULL);
+  if (noImage(h))
     return 0;
-  }
   if (count == 0) {
     hex_setError(EARG);
     return 0;
   }
-  uint64_t runEnd = start + (count - 1);
-  if (runEnd < start)
-    runEnd = UINT64_MAX;
+  const uint64_t runEnd = runLast(start, count);
   uint64_t deleted = 0;
   bool refused = false;
   walkUp(h, start, runEnd, [&](hex_block *b, uint64_t base, unsigned c0, unsigned c1) {

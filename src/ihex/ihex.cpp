@@ -21,13 +21,19 @@
 
 #include "ihex/hex_errno.h"
 
+// True, with ENULL recorded, when a required object is missing.
+template <class T> static bool missing(const T *p) {
+  if (p)
+    return false;
+  hex_setError(ENULL);
+  return true;
+}
+
 // ---- read spec ------------------------------------------------------------
 
 bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value) {
-  if (!s) {
-    hex_setError(ENULL);
+  if (missing(s))
     return false;
-  }
   if (s->hasEnd && value > s->end) {
     hex_setError(EBADADDR);
     return false;
@@ -42,10 +48,8 @@ bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value) {
 }
 
 bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value) {
-  if (!s) {
-    hex_setError(ENULL);
+  if (missing(s))
     return false;
-  }
   if (s->hasStart && value < s->start) {
     hex_setError(EBADADDR);
     return false;
@@ -56,10 +60,8 @@ bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value) {
 }
 
 bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value) {
-  if (!s) {
-    hex_setError(ENULL);
+  if (missing(s))
     return false;
-  }
   if (s->hasStart && value < 0 && s->start < static_cast<uint64_t>(-static_cast<int64_t>(value))) {
     hex_setError(EBELOWZERO);
     return false;
@@ -70,10 +72,8 @@ bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value) {
 
 #define SPEC_GET(type, name, expr, dflt)                                                           \
   type name(const ihex_readspec *s) {                                                              \
-    if (!s) {                                                                                      \
-      hex_setError(ENULL);                                                                         \
+    if (missing(s))                                                                                \
       return dflt;                                                                                 \
-    }                                                                                              \
     return expr;                                                                                   \
   }
 SPEC_GET(bool, ihex_readspec_hasStart, s->hasStart, false)
@@ -86,20 +86,20 @@ SPEC_GET(bool, ihex_readspec_canBeClobbered, s->canBeClobbered, true)
 #undef SPEC_GET
 
 void ihex_readspec_setPreserveData(ihex_readspec *s, bool on) {
-  if (!s)
-    return hex_setError(ENULL);
+  if (missing(s))
+    return;
   s->willPreserveData = on;
 }
 
 void ihex_readspec_setCanBeClobbered(ihex_readspec *s, bool on) {
-  if (!s)
-    return hex_setError(ENULL);
+  if (missing(s))
+    return;
   s->canBeClobbered = on;
 }
 
 void ihex_readspec_setNote(ihex_readspec *s, const void *note) {
-  if (!s)
-    return hex_setError(ENULL);
+  if (missing(s))
+    return;
   s->note = note;
   s->hasNote = true;
 }
@@ -128,18 +128,14 @@ void ihex_destroy(ihex *x) {
 }
 
 hexdata *ihex_getImage(ihex *x) {
-  if (!x) {
-    hex_setError(ENULL);
+  if (missing(x))
     return nullptr;
-  }
   return x->image;
 }
 
 bool ihex_setMaxLength(ihex *x, uint32_t len) {
-  if (!x) {
-    hex_setError(ENULL);
+  if (missing(x))
     return false;
-  }
   if (len == 0) {
     hex_setError(EARG);
     return false;
@@ -149,18 +145,14 @@ bool ihex_setMaxLength(ihex *x, uint32_t len) {
 }
 
 uint32_t ihex_getMaxLength(const ihex *x) {
-  if (!x) {
-    hex_setError(ENULL);
+  if (missing(x))
     return 0;
-  }
   return x->maxLength;
 }
 
 bool ihex_addBreak(ihex *x, uint64_t addr) {
-  if (!x) {
-    hex_setError(ENULL);
+  if (missing(x))
     return false;
-  }
   if (addr > 0xFFFFFFFFFFFFFFFEull) {
     hex_setError(EARG);
     return false;
@@ -170,10 +162,8 @@ bool ihex_addBreak(ihex *x, uint64_t addr) {
 }
 
 bool ihex_hasSSA(const ihex *x) {
-  if (!x) {
-    hex_setError(ENULL);
+  if (missing(x))
     return false;
-  }
   return x->hasCS && x->hasIP;
 }
 
@@ -184,10 +174,8 @@ uint32_t ihex_getSSA(const ihex *x) {
 }
 
 bool ihex_setSSA(ihex *x, uint64_t cs, uint64_t ip) {
-  if (!x) {
-    hex_setError(ENULL);
+  if (missing(x))
     return false;
-  }
   bool ok = true;
   if (cs > 0xFFFF) {
     hex_setError(EARG);
@@ -206,32 +194,30 @@ bool ihex_setSSA(ihex *x, uint64_t cs, uint64_t ip) {
 }
 
 void ihex_clearSSA(ihex *x) {
-  if (!x)
-    return hex_setError(ENULL);
+  if (missing(x))
+    return;
   x->CS = x->IP = 0;
   x->hasCS = x->hasIP = false;
 }
 
 bool ihex_hasSLA(const ihex *x) {
-  if (!x) {
-    hex_setError(ENULL);
+  if (missing(x))
     return false;
-  }
   return x->hasEIP;
 }
 
 uint32_t ihex_getSLA(const ihex *x) { return ihex_hasSLA(x) ? x->EIP : 0; }
 
 void ihex_setSLA(ihex *x, uint32_t eip) {
-  if (!x)
-    return hex_setError(ENULL);
+  if (missing(x))
+    return;
   x->EIP = eip;
   x->hasEIP = true;
 }
 
 void ihex_clearSLA(ihex *x) {
-  if (!x)
-    return hex_setError(ENULL);
+  if (missing(x))
+    return;
   x->EIP = 0;
   x->hasEIP = false;
 }
@@ -461,6 +447,9 @@ bool storePiece(reader &r, uint64_t fa, const uint8_t *d, uint64_t n) {
       n = s->end - fa + 1;
     }
     offset = s->offset;
+    // Deliberately every piece, not only a record's first byte: the bytes a
+    // wrapping record brings back below address 0 would land at the top of
+    // the 64-bit space, which no output variant can hold.
     if (offset < 0 && fa < static_cast<uint64_t>(-offset)) {
       hex_setError(EBELOWZERO);
       return false;
@@ -851,10 +840,8 @@ struct writer {
 } // namespace
 
 bool checkForWrite(const ihex *x, unsigned code) {
-  if (!x) {
-    hex_setError(ENULL);
+  if (missing(x))
     return false;
-  }
   if (code > 3) {
     hex_setError(EARG);
     return false;
