@@ -348,11 +348,42 @@ struct reader {
   bool force;
   dropped *drop; // null: every byte is kept
   bool ok = true;
+  bool broken = false;        // a problem other than a bad checksum was listed
+  bool quietChecksums = false; // past the listing bound: checksums fail silently
   bool eofSeen = false;
   uint32_t line = 0;
   int mode = MODE_NONE;
   uint64_t base = 0;
 };
+
+// A stream's problems are listed one record each, up to this bound, so that
+// memory stays bounded whatever the input (a 2 GB file of blank lines would
+// otherwise list a billion records). Past it, a stream that has already
+// failed is not read further (more records could not change that, and no
+// message service shows a million errors); a stream whose only problems are
+// bad checksums is read to its end, its further checksum failures unlisted.
+constexpr uint32_t MAX_LISTED_PROBLEMS = 1000000;
+
+// Lists a problem of the current line that makes the stream fail.
+void problem(reader &r, uint32_t code) {
+  hex_setError(code, r.line);
+  r.ok = false;
+  r.broken = true;
+}
+
+// False when the listing bound is reached by a stream that has failed.
+bool mayGoOn(reader &r) {
+  if (hex_errorCount() < MAX_LISTED_PROBLEMS)
+    return true;
+  r.quietChecksums = true;
+  return !r.broken;
+}
+
+// A byte of the stream was refused by the image.
+void refused(reader &r) {
+  r.ok = false;
+  r.broken = true;
+}
 
 // Stores a stretch into the stream's image as a plain store with its note.
 bool keep(reader &r, uint64_t ia, const uint8_t *d, uint64_t n) {
@@ -458,11 +489,11 @@ bool storePiece(reader &r, uint64_t fa, const uint8_t *d, uint64_t n) {
   uint64_t ia = fa + static_cast<uint64_t>(offset);
   if (r.drop) {
     if (!storeDropping(r, ia, d, n))
-      r.ok = false;
+      refused(r);
     return true;
   }
   if (hex_putBytes(r.img, ia, d, n, r.force) != n)
-    r.ok = false;
+    refused(r);
   if (s) {
     if (s->willPreserveData)
       hex_preserveData(r.img, ia, ia + n - 1, 1);
@@ -503,12 +534,13 @@ bool applyData(reader &r, uint32_t aaaa, const uint8_t *d, uint32_t n) {
 
 // Judges one physical line (without its line end). False stops reading.
 bool readLine(reader &r, const char *p, size_t n) {
+  if (!mayGoOn(r))
+    return false;
   ++r.line;
   while (n > 0 && isWs(p[n - 1]))
     --n;
   if (n < 11 || p[0] != ':') {
-    hex_setError(EREADHEX, r.line);
-    r.ok = false;
+    problem(r, EREADHEX);
     return true;
   }
   // Decode digit pairs; anything that is not a digit sends the line to the
@@ -535,21 +567,18 @@ bool readLine(reader &r, const char *p, size_t n) {
       if (t & HX_WS)
         break;
       if (t & HX_BAD) {
-        hex_setError(EBADCHAR, r.line);
-        r.ok = false;
+        problem(r, EBADCHAR);
         return true;
       }
     }
     // Only digits up to the first white space: the record is still broken
     // (too long, or white space inside it).
-    hex_setError(EREADHEX, r.line);
-    r.ok = false;
+    problem(r, EREADHEX);
     return true;
   }
   const uint32_t ll = b[0];
   if (2 * ll + 11 != n) {
-    hex_setError(EREADHEX, r.line);
-    r.ok = false;
+    problem(r, EREADHEX);
     return true;
   }
   unsigned sum = 0;
@@ -558,7 +587,8 @@ bool readLine(reader &r, const char *p, size_t n) {
   if (sum & 0xFF) {
     // A record that fails its checksum is still applied; the failure
     // reaches the caller through the error list and the result.
-    hex_setError(ECHECKSUM, r.line);
+    if (!r.quietChecksums)
+      hex_setError(ECHECKSUM, r.line);
     r.ok = false;
   }
   const uint32_t aaaa = static_cast<uint32_t>(b[1]) << 8 | b[2];
@@ -586,19 +616,16 @@ bool readLine(reader &r, const char *p, size_t n) {
     return true;
   case 0x03: {
     if (ll != 4) {
-      hex_setError(EREADHEX, r.line);
-      r.ok = false;
+      problem(r, EREADHEX);
       return true;
     }
     uint64_t cs = static_cast<uint64_t>(d[0]) << 8 | d[1];
     uint64_t ip = static_cast<uint64_t>(d[2]) << 8 | d[3];
     if (r.x->hasCS && r.x->CS != cs) {
-      hex_setError(ECSCONFLICT, r.line);
-      r.ok = false;
+      problem(r, ECSCONFLICT);
     }
     if (r.x->hasIP && r.x->IP != ip) {
-      hex_setError(EIPCONFLICT, r.line);
-      r.ok = false;
+      problem(r, EIPCONFLICT);
     }
     r.x->CS = cs;
     r.x->IP = ip;
@@ -607,15 +634,13 @@ bool readLine(reader &r, const char *p, size_t n) {
   }
   case 0x05: {
     if (ll != 4) {
-      hex_setError(EREADHEX, r.line);
-      r.ok = false;
+      problem(r, EREADHEX);
       return true;
     }
     uint32_t eip = static_cast<uint32_t>(d[0]) << 24 | static_cast<uint32_t>(d[1]) << 16 |
                    static_cast<uint32_t>(d[2]) << 8 | d[3];
     if (r.x->hasEIP && r.x->EIP != eip) {
-      hex_setError(EEIPCONFLICT, r.line);
-      r.ok = false;
+      problem(r, EEIPCONFLICT);
     }
     r.x->EIP = eip;
     r.x->hasEIP = true;
@@ -656,9 +681,10 @@ struct longLine {
   bool finish(reader &r) {
     if (trimmed <= sizeof head)
       return readLine(r, head, static_cast<size_t>(trimmed));
+    if (!mayGoOn(r))
+      return false;
     ++r.line;
-    hex_setError(head[0] == ':' && bad ? EBADCHAR : EREADHEX, r.line);
-    r.ok = false;
+    problem(r, head[0] == ':' && bad ? EBADCHAR : EREADHEX);
     return true;
   }
 };

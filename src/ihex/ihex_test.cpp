@@ -201,6 +201,24 @@ TEST_F(ihexFixture, HugeLinesAreJudgedWithoutBuffering) {
   EXPECT_EQ(errors(), "EREADHEX(2)");
 }
 
+TEST_F(ihexFixture, ListingOfProblemsIsBounded) {
+  // A failed stream stops once a million problems are listed, so memory
+  // stays bounded for any input.
+  std::string text(1000005, '\n');
+  EXPECT_FALSE(readText(x, text + EOFREC));
+  EXPECT_EQ(hex_errorCount(), 1000000u);
+  EXPECT_EQ(hex_errorAt(999999).num, 1000000u);
+  // Bad checksums alone never stop the reading: data after the bound still
+  // loads, only the further failures go unlisted.
+  hex_clearErrors();
+  text.clear();
+  for (int i = 0; i < 1000002; ++i)
+    text += ":0100000055AB\n";
+  EXPECT_FALSE(readText(x, text + ":010001006698\n" + EOFREC));
+  EXPECT_EQ(hex_errorCount(), 1000000u);
+  EXPECT_EQ(dump(x), "0=55 1=66");
+}
+
 // ---- read spec ----------------------------------------------------------------
 
 TEST_F(ihexFixture, RangeAndOffset) {
