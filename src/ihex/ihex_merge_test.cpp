@@ -6,88 +6,21 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <cstring>
 #include <random>
 #include <string>
 #include <vector>
 
 #include "ihex/hex_errno.h"
+#include "ihex/testutil.h"
 
 namespace {
 
-std::string record(unsigned type, unsigned addr, const std::vector<uint8_t> &d) {
-  char tmp[16];
-  unsigned sum = unsigned(d.size()) + (addr >> 8) + (addr & 0xFF) + type;
-  std::snprintf(tmp, sizeof tmp, ":%02X%04X%02X", unsigned(d.size()), addr & 0xFFFF, type);
-  std::string s = tmp;
-  for (uint8_t b : d) {
-    std::snprintf(tmp, sizeof tmp, "%02X", b);
-    s += tmp;
-    sum += b;
-  }
-  std::snprintf(tmp, sizeof tmp, "%02X\n", -sum & 0xFF);
-  return s + tmp;
-}
-
-// Reads text through a real stream; with `into`, for a merge into it.
-bool readText(ihex *x, const std::string &text, const ihex_readspec *spec, const hexdata *into,
-              ihex_extent *placed) {
-  FILE *f = fmemopen(const_cast<char *>(text.data()), text.size(), "r");
-  bool ok = placed ? ihex_readToMerge(x, f, spec, into, placed) : ihex_readSpecd(x, f, spec);
-  std::fclose(f);
-  return ok;
-}
-
-// Every address of the test windows that holds a byte or a note:
-// "addr=data/attr/owner", then the count and bounds.
-std::string dumpImage(const hexdata *h, const void *owners) {
-  std::string s;
-  char tmp[64];
-  for (uint64_t w : {uint64_t(0), uint64_t(0xFE00)})
-    for (uint64_t a = w; a < w + 0x900; ++a) {
-      const hex_row *r = hex_getRow(h, hex_rowOf(a));
-      const uint8_t attr = r ? r->attr[a & 0xFF] : 0;
-      const void *n = hex_getNote(h, a);
-      if (!attr && !n)
-        continue;
-      std::snprintf(tmp, sizeof tmp, "%llX=%02X/%X/%ld ", static_cast<unsigned long long>(a),
-                    r ? r->data[a & 0xFF] : 0, attr,
-                    n ? long(static_cast<const char *>(n) - static_cast<const char *>(owners))
-                      : -1);
-      s += tmp;
-    }
-  const uint64_t count = hex_getByteCount(h);
-  std::snprintf(tmp, sizeof tmp, "count %llu", static_cast<unsigned long long>(count));
-  s += tmp;
-  if (count) {
-    std::snprintf(tmp, sizeof tmp, " %llX-%llX", static_cast<unsigned long long>(hex_getLoAddr(h)),
-                  static_cast<unsigned long long>(hex_getHiAddr(h)));
-    s += tmp;
-  }
-  return s;
-}
-
-std::string errorList() {
-  std::string s;
-  char tmp[96];
-  for (uint32_t i = 0; i < hex_errorCount(); ++i) {
-    const hex_error e = hex_errorAt(i);
-    std::snprintf(tmp, sizeof tmp, "%s(%llX,%p,%u,%u) ", e.name,
-                  static_cast<unsigned long long>(e.addr), e.note, e.num, e.num2);
-    s += tmp;
-  }
-  return s;
-}
+using namespace testutil;
 
 std::string extentText(const ihex_extent &e) {
-  return std::to_string(e.count) + " " + std::to_string(e.lo) + "-" + std::to_string(e.hi);
-}
-
-// The extent of an image read whole.
-ihex_extent extentOf(const hexdata *h) {
-  if (hex_getByteCount(h) == 0)
-    return {};
-  return {hex_getByteCount(h), hex_getLoAddr(h), hex_getHiAddr(h)};
+  std::string s;
+  addBounds(s, e.count, e.lo, e.hi);
+  return s;
 }
 
 // ---- what is left out ---------------------------------------------------------
@@ -108,52 +41,43 @@ struct leaveCase {
   bool forced, preserving;
   uint64_t held;      // bytes in the file's own image
   const char *extent; // what the file placed, held or not
-  const char *errors; // error codes of the read
+  const char *errs;   // of the read
 };
 
-const std::string EOFREC = ":00000001FF\n";
 const std::string OVERLAP = record(0, 0x80, run(0x80, 0x80)) + record(0, 0x100, run(0x100, 0x80));
 
 const leaveCase leaveCases[] = {
     {"equal bytes of the main image are left out", OVERLAP + EOFREC, false, false, false, 0x80,
-     "256 128-383", ""},
+     "count 256 80-17F", ""},
     {"the same bytes again add nothing", OVERLAP + record(0, 0x90, run(0x90, 4)) + EOFREC, false,
-     false, false, 0x80, "256 128-383", ""},
+     false, false, 0x80, "count 256 80-17F", ""},
     {"a different byte at a left-out address clashes",
      OVERLAP + record(0, 0x90, {pattern(0x90), 0}) + EOFREC, false, false, false, 0x80,
-     "256 128-383", "ECLASH "},
+     "count 256 80-17F", "ECLASH@91"},
     {"a different byte of the file is held", record(0, 0x70, {0, pattern(0x71)}) + EOFREC, false,
-     false, false, 1, "2 112-113", ""},
+     false, false, 1, "count 2 70-71", ""},
     {"preserved bytes are held for the merge to refuse", OVERLAP + EOFREC, true, false, false, 0x90,
-     "256 128-383", ""},
-    {"a forced file holds everything", OVERLAP + EOFREC, false, true, false, 0x100, "256 128-383",
-     ""},
+     "count 256 80-17F", ""},
+    {"a forced file holds everything", OVERLAP + EOFREC, false, true, false, 0x100,
+     "count 256 80-17F", ""},
     {"a preserving file holds everything", OVERLAP + EOFREC, false, false, true, 0x100,
-     "256 128-383", ""},
+     "count 256 80-17F", ""},
 };
 
 TEST(ihexReadToMerge, LeavesOutWhatTheMergeWouldNotChange) {
   for (const leaveCase &c : leaveCases) {
     hex_clearErrors();
-    ihex *main = ihex_create(), *x = ihex_create();
-    ASSERT_TRUE(readText(main,
-                         record(0, 0, run(0, 0x80)) + record(0, 0x80, run(0x80, 0x80)) + EOFREC,
-                         nullptr, nullptr, nullptr));
-    if (c.preservedMain)
-      hex_preserveData(main->image, 0x80, 0x8F, 1);
+    Hex main = newHex(), x = newHex();
+    ASSERT_TRUE(readText(main.get(), record(0, 0, run(0, 0x80)) + record(0, 0x80, run(0x80, 0x80)) + EOFREC));
+    hex_preserveData(main->image, 0x80, 0x8F, c.preservedMain);
     ihex_readspec spec;
     ihex_readspec_setCanBeClobbered(&spec, !c.forced);
     ihex_readspec_setPreserveData(&spec, c.preserving);
     ihex_extent placed;
-    readText(x, c.file, &spec, main->image, &placed);
-    std::string codes;
-    for (uint32_t i = 0; i < hex_errorCount(); ++i)
-      codes += std::string(hex_errorAt(i).name) + " ";
-    EXPECT_EQ(codes, c.errors) << c.name;
+    readText(x.get(), c.file, &spec, main->image, &placed);
+    EXPECT_EQ(errors(), c.errs) << c.name;
     EXPECT_EQ(hex_getByteCount(x->image), c.held) << c.name;
     EXPECT_EQ(extentText(placed), c.extent) << c.name;
-    ihex_destroy(x);
-    ihex_destroy(main);
   }
 }
 
@@ -217,37 +141,39 @@ void randomSpec(std::mt19937 &rng, ihex_readspec *spec, const void *note) {
     ihex_readspec_setNote(spec, note);
 }
 
+// The test windows of an image: where the random files place their data.
+std::string windows(const hexdata *h) { return dump(h, 0, 0x8FF) + " " + dump(h, 0xFE00, 0x106FF); }
+
 TEST(ihexReadToMerge, SameOutcomeAsReadingWhole) {
-  char owners[4];
+  const void *owners[] = {&ownerA, &ownerB, &ownerC};
   uint64_t leftOut = 0, clashesAtLeftOut = 0;
   for (uint32_t seed = 1; seed <= 1500; ++seed) {
     std::mt19937 rng(seed);
-    ihex *whole = ihex_create(), *lean = ihex_create();
+    Hex whole = newHex(), lean = newHex();
     const unsigned files = 2 + rng() % 2;
     for (unsigned f = 0; f < files; ++f) {
       const std::string text = randomFile(rng);
       ihex_readspec spec;
       const bool useSpec = rng() % 5 != 0;
       if (useSpec)
-        randomSpec(rng, &spec, owners + f);
+        randomSpec(rng, &spec, owners[f]);
       const ihex_readspec *sp = useSpec ? &spec : nullptr;
       const bool force = useSpec && !spec.canBeClobbered;
       const std::string at = "seed " + std::to_string(seed) + " file " + std::to_string(f);
 
-      ihex *x = ihex_create(), *y = ihex_create();
+      Hex x = newHex(), y = newHex();
       hex_clearErrors();
-      const bool okWhole = readText(x, text, sp, nullptr, nullptr);
-      const std::string errWhole = errorList();
+      const bool okWhole = readText(x.get(), text, sp);
+      const std::string errWhole = errors();
       hex_clearErrors();
       ihex_extent placed;
-      const bool okLean = readText(y, text, sp, f ? lean->image : nullptr, &placed);
-      const std::string errLean = errorList();
+      const bool okLean = readText(y.get(), text, sp, f ? lean->image : nullptr, &placed);
       for (uint32_t i = 0; i < hex_errorCount(); ++i) // a clash the image does not hold
         clashesAtLeftOut +=
             hex_errorAt(i).code == ECLASH && !hex_hasByte(y->image, hex_errorAt(i).addr);
       ASSERT_EQ(okLean, okWhole) << at;
-      ASSERT_EQ(errLean, errWhole) << at;
-      ASSERT_EQ(extentText(placed), extentText(extentOf(x->image))) << at;
+      ASSERT_EQ(errors(), errWhole) << at;
+      ASSERT_EQ(extentText(placed), bounds(x->image)) << at;
       leftOut += placed.count - hex_getByteCount(y->image);
 
       if (f == 0) {
@@ -260,19 +186,14 @@ TEST(ihexReadToMerge, SameOutcomeAsReadingWhole) {
         }
       } else {
         hex_clearErrors();
-        const bool mWhole = ihex_merge(whole, x, force);
-        const std::string mergeWhole = errorList();
+        const bool mWhole = ihex_merge(whole.get(), x.get(), force);
+        const std::string mergeWhole = errors();
         hex_clearErrors();
-        const bool mLean = ihex_merge(lean, y, force);
-        ASSERT_EQ(mLean, mWhole) << at;
-        ASSERT_EQ(errorList(), mergeWhole) << at;
+        ASSERT_EQ(ihex_merge(lean.get(), y.get(), force), mWhole) << at;
+        ASSERT_EQ(errors(), mergeWhole) << at;
       }
-      ASSERT_EQ(dumpImage(lean->image, owners), dumpImage(whole->image, owners)) << at;
-      ihex_destroy(x);
-      ihex_destroy(y);
+      ASSERT_EQ(windows(lean->image), windows(whole->image)) << at;
     }
-    ihex_destroy(whole);
-    ihex_destroy(lean);
   }
   // The draw must reach both ways of judging a left-out address.
   EXPECT_GT(leftOut, 10000u);

@@ -78,6 +78,7 @@ inline std::string dump(const hexdata *h, uint64_t lo, uint64_t hi) {
   addBounds(out, count, count ? hex_getLoAddr(h) : 0, count ? hex_getHiAddr(h) : 0);
   return out;
 }
+inline std::string bounds(const hexdata *h) { return dump(h, 1, 0); }
 
 // Every present byte wherever it lies: "10=01 11=02 FFFFFFFF=AA".
 inline std::string present(const hexdata *h) {
