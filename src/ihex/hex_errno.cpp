@@ -3,7 +3,8 @@
 // since the last clear).
 #include "ihex/hex_errno.h"
 
-#include <cstdarg>
+#include "common/check.h"
+
 #include <cstddef>
 #include <vector>
 
@@ -51,12 +52,10 @@ constexpr const char *kNames[] = {
 static_assert(sizeof kNames / sizeof kNames[0] == HEX_ERRCODE_COUNT,
               "one name per error code");
 
-// Records at or past this count are dropped without trace.
-constexpr uint64_t kMaxRecords = 4294967294u;
-
 struct error_list {
   std::vector<hex_error> records;
   size_t head = 0; // records before head were popped
+  uint64_t dropped = 0;
   uint32_t current = EOK;
 };
 
@@ -71,49 +70,91 @@ const char *hex_strerror(uint32_t code) {
   return code < HEX_ERRCODE_COUNT ? kNames[code] : "Unknown";
 }
 
-void hex_setError(uint32_t code, ...) {
-  error_list &l = list();
-  if (l.records.size() - l.head >= kMaxRecords)
-    return;
-  hex_error e{};
-  e.code = code;
-  e.name = hex_strerror(code);
-  va_list ap;
-  va_start(ap, code);
+namespace {
+
+// The arguments each code carries; a typed entry accepts only its own.
+enum shape { NONE, ADDR, CLOBBER, NUM, UNKNOWNREC, UNDEFADDR };
+
+shape shapeOf(uint32_t code) {
   switch (code) {
   case ECLASH:
   case EPRESERVED:
-    e.addr = va_arg(ap, uint64_t);
-    break;
+    return ADDR;
   case ECLOBBERED:
-    e.addr = va_arg(ap, uint64_t);
-    e.note = va_arg(ap, const void *);
-    break;
+    return CLOBBER;
   case ECHECKSUM:
   case EHEX:
   case EIPCONFLICT:
   case ECSCONFLICT:
   case EBADCHAR:
   case EREADHEX:
-    e.num = va_arg(ap, unsigned);
-    break;
+    return NUM;
   case EUNKNOWNREC:
-    e.num = va_arg(ap, unsigned);
-    e.num2 = va_arg(ap, unsigned);
-    break;
+    return UNKNOWNREC;
   case EUNDEFADDR:
-    e.addr = va_arg(ap, uint64_t);
-    e.flag = va_arg(ap, int) != 0;
-    if (!e.flag)
-      e.ch = static_cast<char>(va_arg(ap, int));
-    break;
+    return UNDEFADDR;
   default:
-    break;
+    return NONE;
   }
-  va_end(ap);
-  l.records.push_back(e);
-  l.current = code;
 }
+
+void append(const hex_error &e) {
+  error_list &l = list();
+  l.current = e.code;
+  if (l.records.size() - l.head >= HEX_ERRORS_KEPT) {
+    ++l.dropped;
+    return;
+  }
+  l.records.push_back(e);
+}
+
+hex_error record(uint32_t code, shape s) {
+  ROMWELD_ASSERT(shapeOf(code) == s);
+  hex_error e{};
+  e.code = code;
+  e.name = hex_strerror(code);
+  return e;
+}
+
+} // namespace
+
+void hex_setError(uint32_t code) { append(record(code, NONE)); }
+
+void hex_setAddrError(uint32_t code, uint64_t addr) {
+  hex_error e = record(code, ADDR);
+  e.addr = addr;
+  append(e);
+}
+
+void hex_setClobbered(uint64_t addr, const void *note) {
+  hex_error e = record(ECLOBBERED, CLOBBER);
+  e.addr = addr;
+  e.note = note;
+  append(e);
+}
+
+void hex_setNumError(uint32_t code, uint32_t num) {
+  hex_error e = record(code, NUM);
+  e.num = num;
+  append(e);
+}
+
+void hex_setUnknownRecord(uint32_t line, uint32_t type) {
+  hex_error e = record(EUNKNOWNREC, UNKNOWNREC);
+  e.num = line;
+  e.num2 = type;
+  append(e);
+}
+
+void hex_setUndefAddr(uint64_t addr, bool flag, char ch) {
+  hex_error e = record(EUNDEFADDR, UNDEFADDR);
+  e.addr = addr;
+  e.flag = flag;
+  e.ch = flag ? '\0' : ch;
+  append(e);
+}
+
+uint64_t hex_errorsDropped() { return list().dropped; }
 
 uint32_t hex_errno() { return list().current; }
 
@@ -121,6 +162,7 @@ void hex_clearErrors() {
   error_list &l = list();
   l.records.clear();
   l.head = 0;
+  l.dropped = 0;
   l.current = EOK;
 }
 

@@ -72,10 +72,26 @@ struct hex_error {
   char ch;
 };
 
-// Appends a record; the variadic arguments are those the code carries, in
-// the order above (addresses as uint64_t, numbers as unsigned, the
-// EUNDEFADDR flag as int and its character as int). Extra ones are ignored.
-void hex_setError(uint32_t code, ...);
+// Appending a record: one entry per record shape, so the compiler checks
+// every argument. Each entry accepts only the codes of its shape (a code
+// passed to the wrong entry is a programming error and fails a check).
+void hex_setError(uint32_t code);                        // codes without arguments
+void hex_setAddrError(uint32_t code, uint64_t addr);     // ECLASH, EPRESERVED
+void hex_setClobbered(uint64_t addr, const void *note);  // ECLOBBERED
+// ECHECKSUM, EHEX, EIPCONFLICT, ECSCONFLICT, EBADCHAR, EREADHEX: a line
+// number or a reason.
+void hex_setNumError(uint32_t code, uint32_t num);
+void hex_setUnknownRecord(uint32_t line, uint32_t type); // EUNKNOWNREC
+void hex_setUndefAddr(uint64_t addr, bool flag, char ch); // EUNDEFADDR; ch only when !flag
+
+// The list keeps the first HEX_ERRORS_KEPT records of an operation with
+// their arguments and only counts the rest, so no operation can exhaust
+// memory by refusing byte after byte (a conflicting 16 MiB merge would
+// otherwise hold 16 million records to print twenty messages). A record
+// past the bound still becomes the current error.
+constexpr uint32_t HEX_ERRORS_KEPT = 100000;
+uint64_t hex_errorsDropped(); // records counted but not kept since the last clear
+
 uint32_t hex_errno();
 void hex_clearErrors();
 uint32_t hex_errorCount();

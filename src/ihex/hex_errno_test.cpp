@@ -21,18 +21,16 @@ TEST_F(ErrorListTest, EachCodeTakesItsOwnArguments) {
     const char *want; // every field of the record that is not zero
   };
   const Case cases[] = {
-      {"address", [] { hex_setError(ECLASH, uint64_t(0x123456789AB)); }, ECLASH, "ECLASH@123456789AB"},
-      {"address and note", [] { hex_setError(ECLOBBERED, uint64_t(0x10), &ownerA); }, ECLOBBERED,
-       "ECLOBBERED@10/A"},
-      {"line", [] { hex_setError(ECHECKSUM, 42u); }, ECHECKSUM, "ECHECKSUM(42)"},
-      {"line and type", [] { hex_setError(EUNKNOWNREC, 9u, 6u); }, EUNKNOWNREC, "EUNKNOWNREC(9,6)"},
-      {"flag 0 takes a character", [] { hex_setError(EUNDEFADDR, uint64_t(0xFFFF), 0, int('x')); },
-       EUNDEFADDR, "EUNDEFADDR@FFFF{0,x}"},
-      {"a non-zero flag becomes 1 and takes no character",
-       [] { hex_setError(EUNDEFADDR, uint64_t(0x20), 5, int('x')); }, EUNDEFADDR, "EUNDEFADDR@20{1}"},
-      {"extra arguments are ignored", [] { hex_setError(ENODATA, uint64_t(0x55), 3u); }, ENODATA,
-       "ENODATA"},
-      {"code above the table", [] { hex_setError(40u, uint64_t(1)); }, 40, "Unknown"},
+      {"address", [] { hex_setAddrError(ECLASH, 0xFFFFFFFFFFFFFF00); }, ECLASH,
+       "ECLASH@FFFFFFFFFFFFFF00"},
+      {"address and note", [] { hex_setClobbered(0x10, &ownerA); }, ECLOBBERED, "ECLOBBERED@10/A"},
+      {"line", [] { hex_setNumError(ECHECKSUM, 42); }, ECHECKSUM, "ECHECKSUM(42)"},
+      {"line and type", [] { hex_setUnknownRecord(9, 6); }, EUNKNOWNREC, "EUNKNOWNREC(9,6)"},
+      {"flag 0 takes a character", [] { hex_setUndefAddr(0xFFFF, false, 'x'); }, EUNDEFADDR,
+       "EUNDEFADDR@FFFF{0,x}"},
+      {"a set flag takes no character", [] { hex_setUndefAddr(0x20, true, 'x'); }, EUNDEFADDR,
+       "EUNDEFADDR@20{1}"},
+      {"code above the table", [] { hex_setError(40u); }, 40, "Unknown"},
   };
   for (const Case &c : cases) {
     hex_clearErrors();
@@ -44,7 +42,7 @@ TEST_F(ErrorListTest, EachCodeTakesItsOwnArguments) {
 }
 
 TEST_F(ErrorListTest, CurrentErrorIsTheLastRecordedUntilCleared) {
-  hex_setError(ECLASH, uint64_t(0x1234));
+  hex_setAddrError(ECLASH, 0x1234);
   hex_setError(EARG);
   EXPECT_EQ(hex_errno(), uint32_t(EARG));
   EXPECT_EQ(errors(), "ECLASH@1234 EARG");
@@ -65,8 +63,34 @@ TEST_F(ErrorListTest, CurrentErrorIsTheLastRecordedUntilCleared) {
   EXPECT_EQ(hex_errorCount(), 0u);
 }
 
+// A code given to the entry of another record shape would lose or invent
+// arguments: that is a programming error, not a record.
+TEST_F(ErrorListTest, CodeOfAnotherShapeFailsTheCheck) {
+  EXPECT_EXIT(hex_setError(ECLASH), testing::ExitedWithCode(1), "shapeOf\\(code\\) == s");
+  EXPECT_EXIT(hex_setAddrError(EARG, 1), testing::ExitedWithCode(1), "assertion");
+  EXPECT_EXIT(hex_setNumError(EUNKNOWNREC, 1), testing::ExitedWithCode(1), "assertion");
+}
+
+// The list keeps the first records with their arguments and counts the
+// rest; the last code recorded is still the current error.
+TEST_F(ErrorListTest, ListKeepsABoundedNumberOfRecords) {
+  for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 5; ++i)
+    hex_setAddrError(ECLASH, i);
+  hex_setError(EARG);
+  EXPECT_EQ(hex_errorCount(), HEX_ERRORS_KEPT);
+  EXPECT_EQ(hex_errorsDropped(), 6u);
+  EXPECT_EQ(hex_errno(), uint32_t(EARG));
+  EXPECT_EQ(hex_errorAt(HEX_ERRORS_KEPT - 1).addr, HEX_ERRORS_KEPT - 1);
+  // Popping makes room again.
+  hex_popError();
+  hex_setAddrError(EPRESERVED, 7);
+  EXPECT_EQ(hex_errorAt(HEX_ERRORS_KEPT - 1).code, uint32_t(EPRESERVED));
+  hex_clearErrors();
+  EXPECT_EQ(hex_errorsDropped(), 0u);
+}
+
 TEST_F(ErrorListTest, IndexPastTheEndYieldsBadIndexRecord) {
-  hex_setError(EPRESERVED, uint64_t(9));
+  hex_setAddrError(EPRESERVED, 9);
   for (uint32_t index : {1u, 2u, 0xFFFFFFFFu}) {
     std::string e;
     addError(e, hex_errorAt(index));

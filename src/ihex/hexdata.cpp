@@ -10,11 +10,6 @@
 // or a 256-entry array once the row's owners are mixed. Whether a row has
 // notes at all matters to merging, which copies notes only from rows that
 // have them.
-// Invariant checks guard programming errors only; they stay on in release
-// builds and end the process with the expression, file and line.
-#undef NDEBUG
-#include <cassert>
-
 #include "ihex/hexdata.h"
 
 #include <algorithm>
@@ -23,6 +18,7 @@
 #include <new>
 
 #include "common/alert.h"
+#include "common/check.h"
 #include "ihex/hex_errno.h"
 
 namespace {
@@ -421,15 +417,15 @@ bool copyNotes(hex_block *d, const hex_block *s) {
 }
 
 // Gives d the note s has at column c, or s's notes for the whole row. A
-// merge that cannot get a note array would lose owners: that is fatal.
+// merge that cannot get a note array would lose owners: out of memory.
 void mergeNote(hex_block *d, const hex_block *s, unsigned c) {
-  const void *dn = setNotes(d, c, c, noteAt(s, c)) ? d : nullptr;
-  assert(dn != NULL);
+  if (!setNotes(d, c, c, noteAt(s, c)))
+    alert_outOfMemory();
 }
 
 void mergeNotes(hex_block *d, const hex_block *s) {
-  const void *dn = copyNotes(d, s) ? d : nullptr;
-  assert(dn != NULL);
+  if (!copyNotes(d, s))
+    alert_outOfMemory();
 }
 
 // ---- argument checks ------------------------------------------------------
@@ -476,19 +472,19 @@ int storeAt(hexdata *h, hex_block *b, uint64_t addr, uint8_t v, bool force) {
   unsigned c = unsigned(addr & kRowMask);
   uint8_t &at = b->r.attr[c];
   if (at & HEX_PRESERVED) {
-    hex_setError(EPRESERVED, addr);
+    hex_setAddrError(EPRESERVED, addr);
     return 0;
   }
   if (at & HEX_PRESENT) {
     if (!force) {
       if (b->r.data[c] != v) {
-        hex_setError(ECLASH, addr);
+        hex_setAddrError(ECLASH, addr);
         return 0;
       }
       return 1;
     }
     if (at & HEX_FORCED)
-      hex_setError(ECLOBBERED, addr, noteAt(b, c));
+      hex_setClobbered(addr, noteAt(b, c));
     b->r.data[c] = v;
     at |= HEX_PRESENT | HEX_FORCED;
     return 1;
@@ -597,20 +593,20 @@ unsigned mergeRow(hex_block *d, const hex_block *s, uint64_t base, bool force, i
       continue;
     }
     if (a & HEX_PRESERVED) {
-      hex_setError(EPRESERVED, base + c);
+      hex_setAddrError(EPRESERVED, base + c);
       *ok = 0;
       continue;
     }
     if (a & HEX_PRESENT) {
       if (!force) {
         if (d->r.data[c] != sv) {
-          hex_setError(ECLASH, base + c);
+          hex_setAddrError(ECLASH, base + c);
           *ok = 0;
         }
         continue;
       }
       if (a & HEX_FORCED)
-        hex_setError(ECLOBBERED, base + c, noteAt(d, c));
+        hex_setClobbered(base + c, noteAt(d, c));
     } else {
       ++added;
     }
@@ -983,12 +979,12 @@ int hex_deleteBytes(hexdata *h, uint64_t start, uint64_t count) {
       if (!(at & HEX_PRESENT))
         continue;
       if (at & HEX_PRESERVED) {
-        hex_setError(EPRESERVED, base + c);
+        hex_setAddrError(EPRESERVED, base + c);
         refused = true;
         return false;
       }
       if (at & HEX_FORCED)
-        hex_setError(ECLOBBERED, base + c, noteAt(b, c));
+        hex_setClobbered(base + c, noteAt(b, c));
       at &= uint8_t(~HEX_PRESENT); // HEX_FORCED stays on the empty slot
       b->r.data[c] = 0;
       --b->present;
@@ -1009,21 +1005,21 @@ int hex_deleteBytes(hexdata *h, uint64_t start, uint64_t count) {
   } else {
     const uint64_t end = runEnd + 1; // just past the run
     if (h->hex_loAddr >= start && h->hex_loAddr <= runEnd) {
-      assert((end-1) < h->hex_hiAddr);
+      ROMWELD_ASSERT((end-1) < h->hex_hiAddr);
       uint64_t lo = 0;
       bool found = nextPresent(h, end, h->hex_hiAddr, &lo);
-      assert(found);
+      ROMWELD_ASSERT(found);
       h->hex_loAddr = lo;
     }
     if (h->hex_hiAddr >= start && h->hex_hiAddr <= runEnd) {
       uint64_t hi = 0;
       bool found = start > 0 && prevPresent(h, h->hex_loAddr, start - 1, &hi);
-      assert(found);
+      ROMWELD_ASSERT(found);
       h->hex_hiAddr = hi;
     }
   }
-  assert(h->hex_loAddr <= h->hex_hiAddr);
-  assert(h->hex_byteCount <= (h->hex_hiAddr - h->hex_loAddr + 1));
+  ROMWELD_ASSERT(h->hex_loAddr <= h->hex_hiAddr);
+  ROMWELD_ASSERT(h->hex_byteCount <= (h->hex_hiAddr - h->hex_loAddr + 1));
   return 1;
 }
 

@@ -231,7 +231,7 @@ bool ihex_merge(ihex *dst, ihex *src, bool force) {
   if (src->hasCS && src->hasIP) {
     if (dst->hasCS && dst->hasIP && !force) {
       if (dst->CS != src->CS || dst->IP != src->IP) {
-        hex_setError(EIPCONFLICT, 0u);
+        hex_setNumError(EIPCONFLICT, 0);
         ok = false;
       }
     } else if (!ihex_setSSA(dst, src->CS, src->IP)) {
@@ -240,7 +240,7 @@ bool ihex_merge(ihex *dst, ihex *src, bool force) {
   }
   if (src->hasEIP) {
     if (dst->hasEIP && !force && dst->EIP != src->EIP) {
-      hex_setError(EEIPCONFLICT, 0u);
+      hex_setError(EEIPCONFLICT);
       hex_mergeFrom(dst->image, src->image, force);
       return false;
     }
@@ -349,40 +349,32 @@ struct reader {
   dropped *drop; // null: every byte is kept
   bool ok = true;
   bool broken = false;        // a problem other than a bad checksum was listed
-  bool quietChecksums = false; // past the listing bound: checksums fail silently
   bool eofSeen = false;
   uint32_t line = 0;
   int mode = MODE_NONE;
   uint64_t base = 0;
 };
 
-// A stream's problems are listed one record each, up to this bound, so that
-// memory stays bounded whatever the input (a 2 GB file of blank lines would
-// otherwise list a billion records). Past it, a stream that has already
-// failed is not read further (more records could not change that, and no
-// message service shows a million errors); a stream whose only problems are
-// bad checksums is read to its end, its further checksum failures unlisted.
-constexpr uint32_t MAX_LISTED_PROBLEMS = 1000000;
+// The error list keeps a bounded number of records (hex_errno.h). Once it
+// is full, a stream that has already failed is not read further (more
+// records could not change that, and a 2 GB file of blank lines would be
+// read to its end for nothing); a stream whose only problems are bad
+// checksums is read to its end, its further checksum failures only counted.
+// The stream fails for a problem other than a bad checksum.
+void failed(reader &r) {
+  r.ok = false;
+  r.broken = true;
+}
 
 // Lists a problem of the current line that makes the stream fail.
 void problem(reader &r, uint32_t code) {
-  hex_setError(code, r.line);
-  r.ok = false;
-  r.broken = true;
+  hex_setNumError(code, r.line);
+  failed(r);
 }
 
 // False when the listing bound is reached by a stream that has failed.
 bool mayGoOn(reader &r) {
-  if (hex_errorCount() < MAX_LISTED_PROBLEMS)
-    return true;
-  r.quietChecksums = true;
-  return !r.broken;
-}
-
-// A byte of the stream was refused by the image.
-void refused(reader &r) {
-  r.ok = false;
-  r.broken = true;
+  return hex_errorCount() < HEX_ERRORS_KEPT || !r.broken;
 }
 
 // Stores a stretch into the stream's image as a plain store with its note.
@@ -441,7 +433,7 @@ bool storeDropping(reader &r, uint64_t ia, const uint8_t *d, uint64_t n) {
       const unsigned c = c0 + j;
       if (again) {
         if (into->data[c] != v[j]) {
-          hex_setError(ECLASH, a + j);
+          hex_setAddrError(ECLASH, a + j);
           all = false;
         }
       } else {
@@ -489,11 +481,11 @@ bool storePiece(reader &r, uint64_t fa, const uint8_t *d, uint64_t n) {
   uint64_t ia = fa + static_cast<uint64_t>(offset);
   if (r.drop) {
     if (!storeDropping(r, ia, d, n))
-      refused(r);
+      failed(r);
     return true;
   }
   if (hex_putBytes(r.img, ia, d, n, r.force) != n)
-    refused(r);
+    failed(r);
   if (s) {
     if (s->willPreserveData)
       hex_preserveData(r.img, ia, ia + n - 1, 1);
@@ -587,8 +579,7 @@ bool readLine(reader &r, const char *p, size_t n) {
   if (sum & 0xFF) {
     // A record that fails its checksum is still applied; the failure
     // reaches the caller through the error list and the result.
-    if (!r.quietChecksums)
-      hex_setError(ECHECKSUM, r.line);
+    hex_setNumError(ECHECKSUM, r.line);
     r.ok = false;
   }
   const uint32_t aaaa = static_cast<uint32_t>(b[1]) << 8 | b[2];
@@ -603,7 +594,7 @@ bool readLine(reader &r, const char *p, size_t n) {
   case 0x02:
   case 0x04:
     if (ll != 2) {
-      hex_setError(EREADHEX, r.line);
+      hex_setNumError(EREADHEX, r.line);
       return false;
     }
     if (type == 0x02) {
@@ -640,14 +631,15 @@ bool readLine(reader &r, const char *p, size_t n) {
     uint32_t eip = static_cast<uint32_t>(d[0]) << 24 | static_cast<uint32_t>(d[1]) << 16 |
                    static_cast<uint32_t>(d[2]) << 8 | d[3];
     if (r.x->hasEIP && r.x->EIP != eip) {
-      problem(r, EEIPCONFLICT);
+      hex_setError(EEIPCONFLICT); // its record carries no line
+      failed(r);
     }
     r.x->EIP = eip;
     r.x->hasEIP = true;
     return true;
   }
   default:
-    hex_setError(EUNKNOWNREC, r.line, static_cast<unsigned>(type));
+    hex_setUnknownRecord(r.line, type);
     return false;
   }
 }
@@ -874,14 +866,14 @@ bool checkForWrite(const ihex *x, unsigned code) {
   }
   bool ok = true;
   if (hex_getByteCount(x->image) > 0 && hex_getHiAddr(x->image) > FORMAT_TOP[code]) {
-    hex_setError(EHEX, static_cast<unsigned>(code == 3 ? 2 : code));
+    hex_setNumError(EHEX, code == 3 ? 2 : code);
     ok = false;
   }
   // Start addresses a variant cannot carry are dropped, not refused.
   if ((code == 0 || code == 1) && x->hasEIP)
-    hex_setError(EHEX, static_cast<unsigned>(IHEX_REASON_NO_SLA));
+    hex_setNumError(EHEX, IHEX_REASON_NO_SLA);
   if (code != 1 && (x->hasCS || x->hasIP))
-    hex_setError(EHEX, static_cast<unsigned>(IHEX_REASON_NO_SSA));
+    hex_setNumError(EHEX, IHEX_REASON_NO_SSA);
   return ok;
 }
 

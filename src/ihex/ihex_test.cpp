@@ -96,20 +96,22 @@ TEST_F(ihexFixture, StartAddressRecords) {
 }
 
 TEST_F(ihexFixture, ListingOfProblemsIsBounded) {
-  // A failed stream stops once a million problems are listed, so memory
-  // stays bounded for any input.
-  std::string text(1000005, '\n');
+  // A failed stream stops once the error list is full, so a huge broken
+  // file is not read to its end.
+  std::string text(HEX_ERRORS_KEPT + 5, '\n');
   EXPECT_FALSE(readText(x.get(), text + EOFREC));
-  EXPECT_EQ(hex_errorCount(), 1000000u);
-  EXPECT_EQ(hex_errorAt(999999).num, 1000000u);
+  EXPECT_EQ(hex_errorCount(), HEX_ERRORS_KEPT);
+  EXPECT_EQ(hex_errorsDropped(), 0u);
+  EXPECT_EQ(hex_errorAt(HEX_ERRORS_KEPT - 1).num, HEX_ERRORS_KEPT);
   // Bad checksums alone never stop the reading: data after the bound still
   // loads, only the further failures go unlisted.
   hex_clearErrors();
   text.clear();
-  for (int i = 0; i < 1000002; ++i)
+  for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 2; ++i)
     text += ":0100000055AB\n";
   EXPECT_FALSE(readText(x.get(), text + ":010001006698\n" EOFREC));
-  EXPECT_EQ(hex_errorCount(), 1000000u);
+  EXPECT_EQ(hex_errorCount(), HEX_ERRORS_KEPT);
+  EXPECT_EQ(hex_errorsDropped(), 2u);
   EXPECT_EQ(present(x->image), "0=55 1=66");
 }
 

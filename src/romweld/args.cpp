@@ -380,9 +380,3 @@ const char *arg_claimWord(romweld_arg *a, const char *word, uint32_t id) {
   }
   return rest;
 }
-
-void arg_assertFailed(const char *expr, const char *file, unsigned line) {
-  std::fprintf(stderr, "assertion \"%s\" failed: file \"%s\", line %u\n", expr, file, line);
-  std::fflush(stderr);
-  std::abort();
-}

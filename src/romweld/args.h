@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "common/check.h"
 #include "ihex/ihex.h"
 
 enum argt : uint32_t {
@@ -107,11 +108,6 @@ const char *arg_matchWord(const romweld_arg *a, const char *word, bool *plus);
 // supported by <word>" (the word in lower case) if '+' was given.
 const char *arg_claimWord(romweld_arg *a, const char *word, uint32_t id);
 
-// Internal consistency check on a named expression: a failure reports the
-// expression, the source file and the line, and ends the process. Guards
-// programming errors only, never user input.
-[[noreturn]] void arg_assertFailed(const char *expr, const char *file, unsigned line);
-#define ROMWELD_ASSERT(e) ((e) ? (void)0 : arg_assertFailed(#e, __FILE__, __LINE__))
 
 // The parsers in the order they are offered an argument text, each with the
 // kinds it produces (first kind: the one whose usage a MATCH_ERROR shows
