@@ -741,12 +741,14 @@ bool readStream(ihex *x, FILE *in, const ihex_readspec *spec, dropped *drop) {
       atEnd = true;
     fill += got;
   }
-  if (!r.eofSeen) {
-    hex_setError(ENOEOF);
-    return false;
-  }
+  // A stream cut short by a read error usually lacks its end-of-file
+  // record too: the read error is what the user must hear about.
   if (std::ferror(in)) {
     hex_setError(EIO);
+    return false;
+  }
+  if (!r.eofSeen) {
+    hex_setError(ENOEOF);
     return false;
   }
   return r.ok;

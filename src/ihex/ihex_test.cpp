@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <cstring>
 #include <string>
 #include <vector>
 
@@ -237,6 +239,30 @@ TEST_F(ihexFixture, WriteErrorIsRecorded) {
   EXPECT_EQ(ihex_write(x.get(), f, 2), 0);
   EXPECT_EQ(hex_errno(), EIO);
   std::fclose(f);
+}
+
+// A stream that fails part-way has no end-of-file record either; the read
+// error is what is recorded, not a missing EOF record.
+TEST_F(ihexFixture, ReadErrorPartWayIsRecordedAsSuch) {
+  static const char head[] = ":0100000055AA\n";
+  struct cookie {
+    bool served = false;
+  } c;
+  cookie_io_functions_t io{};
+  io.read = [](void *p, char *buf, size_t n) -> ssize_t {
+    auto *k = static_cast<cookie *>(p);
+    if (k->served)
+      return -1;
+    k->served = true;
+    const size_t len = std::min(n, sizeof head - 1);
+    std::memcpy(buf, head, len);
+    return ssize_t(len);
+  };
+  FILE *f = fopencookie(&c, "r", io);
+  ASSERT_NE(f, nullptr);
+  EXPECT_FALSE(ihex_read(x.get(), f));
+  std::fclose(f);
+  EXPECT_EQ(errors(), "EIO");
 }
 
 // Writing what was read gives back the same image, over long runs with
