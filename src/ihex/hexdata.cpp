@@ -1,20 +1,31 @@
-// Memory image. Rows live in blocks found through a two-level directory:
-// a top vector of leaf pointers (grown only to the highest leaf touched)
-// and leaves of 64 block pointers, so a row is two index operations away
-// and untouched stretches of the address space cost nothing below a leaf.
+// Memory image. A row lives in a block found through a sparse directory
+// keyed by the row number (the address shifted right by 8, 56 bits):
 //
-// A block holds a row's data and attribute bytes, its present-byte count
-// and its notes. Notes are kept in one of three forms: none (the row never
-// had a note set: every note reads null), a span (one note on columns
-// nlo..nhi, null elsewhere; a whole row with one owner is the span 0..255)
-// or a 256-entry array once the row's owners are mixed. Whether a row has
-// notes at all matters to merging, which copies notes only from rows that
-// have them.
+//   region  rows >> 24: the 4 GiB of address space a region covers; the
+//           region holding addresses below 4 GiB is reached directly, the
+//           others through an ordered map (with the last one used cached)
+//   mid     (rows >> 14) & 1023 in a region: 4 MiB of addresses
+//   slot    (rows >> 6) & 255 in a mid: 16 KiB of addresses, either a leaf
+//           of 64 block pointers or, while only one of its rows is used,
+//           that row's block itself (tagged by the low pointer bit)
+//
+// So a lookup is a few index operations, a lone row costs its block and no
+// leaf, and only nodes that hold rows are ever allocated or visited: a byte
+// at 0xFFFFFFFFFFFFFF00 costs one region, one mid and its block.
+//
+// A block holds a row's data and attribute planes, its row number, its
+// present-byte count and its notes. Notes are kept in one of three forms:
+// none (the row never had a note set: every note reads null), a span (one
+// note on columns nlo..nhi, null elsewhere; a whole row with one owner is
+// the span 0..255) or a 256-entry array once the row's owners are mixed.
+// Whether a row has notes at all matters to merging, which copies notes
+// only from rows that have them.
 #include "ihex/hexdata.h"
 
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <map>
 #include <new>
 
 #include "common/alert.h"
@@ -26,32 +37,58 @@ namespace {
 constexpr uint8_t BLK_DATA = 0x01;  // the data row exists (hex_getRow sees it)
 constexpr uint8_t BLK_NOTES = 0x02; // the row has notes (a span or an array)
 
-constexpr unsigned kLeafRows = 64;
-constexpr unsigned kLeafShift = 6;
-constexpr uint64_t kRowMask = 0xFF;                    // addresses of one row
-constexpr uint64_t kLeafMask = (uint64_t(1) << 14) - 1; // addresses of one leaf
-constexpr uint64_t kDirMask = (uint64_t(1) << 40) - 1;  // the whole 32-bit row space
+constexpr uint64_t kRowMask = 0xFF; // columns of one row
+
+constexpr unsigned kMids = 1024;   // mids per region
+constexpr unsigned kSlots = 256;   // slots per mid
+constexpr unsigned kLeafRows = 64; // rows per slot
 
 struct hex_block {
   hex_row r;
+  uint64_t row;
   const void *note;   // the span's note, null when notes is set or none
   const void **notes; // 256 notes once a row's owners are mixed
-  uint16_t present;   // HEX_PRESENT bits set in r.attr
+  uint16_t present;   // bits set in r.present
   uint8_t nlo, nhi;   // the span's columns
   uint8_t flags;
 };
 
 struct hex_leaf {
-  hex_block *slot[kLeafRows];
+  hex_block *row[kLeafRows];
 };
+
+// A slot: 0, a leaf pointer, or a lone block pointer with bit 0 set.
+using slot_t = uintptr_t;
+inline bool isLone(slot_t e) { return e & 1; }
+inline hex_block *loneOf(slot_t e) { return reinterpret_cast<hex_block *>(e & ~slot_t(1)); }
+inline hex_leaf *leafOf(slot_t e) { return reinterpret_cast<hex_leaf *>(e); }
+inline slot_t lone(hex_block *b) { return reinterpret_cast<slot_t>(b) | 1; }
+static_assert(alignof(hex_block) >= 2, "a block pointer leaves bit 0 free for the tag");
+
+struct hex_mid {
+  slot_t slot[kSlots];
+};
+
+struct hex_region {
+  hex_mid *mid[kMids];
+};
+
+inline unsigned midIndex(uint64_t row) { return unsigned(row >> 14) & (kMids - 1); }
+inline unsigned slotIndex(uint64_t row) { return unsigned(row >> 6) & (kSlots - 1); }
+inline unsigned leafIndex(uint64_t row) { return unsigned(row) & (kLeafRows - 1); }
 
 } // namespace
 
 struct hexdata {
-  std::vector<hex_leaf *> top;
+  hex_region *low = nullptr;                // rows below 2^24: addresses below 4 GiB
+  std::map<uint64_t, hex_region *> regions; // every other region, by row >> 24
   uint64_t hex_byteCount = 0;
   uint64_t hex_loAddr = 0;
   uint64_t hex_hiAddr = 0;
+  // The last block found, for the many lookups that stay in one row.
+  mutable hex_block *lastBlock = nullptr;
+  mutable const hex_region *lastRegion = nullptr;
+  mutable uint64_t lastRegionKey = 0;
 };
 
 // ---- pools ----------------------------------------------------------------
@@ -85,18 +122,21 @@ bool injectFailure() {
   return false;
 }
 
-// A zeroed block, or null when the heap is exhausted.
-hex_block *takeBlock() {
+// A zeroed block for a row, or null when the heap is exhausted.
+hex_block *takeBlock(uint64_t row) {
   if (injectFailure())
     return nullptr;
   pools &p = pool();
+  hex_block *b;
   if (!p.blocks.empty()) {
-    hex_block *b = p.blocks.back();
+    b = p.blocks.back();
     p.blocks.pop_back();
     std::memset(static_cast<void *>(b), 0, sizeof *b);
-    return b;
+  } else if (!(b = static_cast<hex_block *>(std::calloc(1, sizeof(hex_block))))) {
+    return nullptr;
   }
-  return static_cast<hex_block *>(std::calloc(1, sizeof(hex_block)));
+  b->row = row;
+  return b;
 }
 
 // An uninitialised 256-entry note array, or null.
@@ -130,168 +170,276 @@ void giveBlock(hex_block *b) {
     std::free(b);
 }
 
-// ---- directory ------------------------------------------------------------
-
-inline hex_block *findBlock(const hexdata *h, uint32_t row) {
-  size_t t = row >> kLeafShift;
-  if (t >= h->top.size())
-    return nullptr;
-  const hex_leaf *l = h->top[t];
-  return l ? l->slot[row & (kLeafRows - 1)] : nullptr;
+// Directory nodes are bookkeeping: running out of memory for one is fatal.
+template <class T> T *newNode() {
+  T *n = static_cast<T *>(std::calloc(1, sizeof(T)));
+  if (!n)
+    alert_outOfMemory();
+  return n;
 }
 
-// The slot of a row, creating its leaf (and growing the top vector) on the
-// way; the directory is bookkeeping, so running out of memory here is fatal.
-hex_block **slotOf(hexdata *h, uint32_t row) {
-  size_t t = row >> kLeafShift;
-  if (t >= h->top.size()) {
-    try {
-      h->top.resize(t + 1, nullptr);
-    } catch (const std::bad_alloc &) {
-      alert_outOfMemory();
-    }
+// ---- directory ------------------------------------------------------------
+
+const hex_region *findRegion(const hexdata *h, uint64_t key) {
+  if (key == 0)
+    return h->low;
+  if (h->lastRegion && h->lastRegionKey == key)
+    return h->lastRegion;
+  auto it = h->regions.find(key);
+  if (it == h->regions.end())
+    return nullptr;
+  h->lastRegionKey = key;
+  h->lastRegion = it->second;
+  return it->second;
+}
+
+hex_block *findBlock(const hexdata *h, uint64_t row) {
+  if (h->lastBlock && h->lastBlock->row == row)
+    return h->lastBlock;
+  const hex_region *R = findRegion(h, row >> 24);
+  if (!R)
+    return nullptr;
+  const hex_mid *M = R->mid[midIndex(row)];
+  if (!M)
+    return nullptr;
+  const slot_t e = M->slot[slotIndex(row)];
+  hex_block *b = !e ? nullptr : isLone(e) ? loneOf(e) : leafOf(e)->row[leafIndex(row)];
+  if (!b || b->row != row)
+    return nullptr;
+  h->lastBlock = b;
+  return b;
+}
+
+hex_mid *midFor(hexdata *h, uint64_t row) {
+  const uint64_t key = row >> 24;
+  hex_region *R;
+  if (key == 0) {
+    if (!h->low)
+      h->low = newNode<hex_region>();
+    R = h->low;
+  } else {
+    hex_region *&r = h->regions[key];
+    if (!r)
+      r = newNode<hex_region>();
+    R = r;
   }
-  hex_leaf *&l = h->top[t];
-  if (!l) {
-    l = static_cast<hex_leaf *>(std::calloc(1, sizeof(hex_leaf)));
-    if (!l)
-      alert_outOfMemory();
+  hex_mid *&M = R->mid[midIndex(row)];
+  if (!M)
+    M = newNode<hex_mid>();
+  return M;
+}
+
+// Puts a block into the directory at its row, which holds none.
+void attach(hexdata *h, hex_block *b) {
+  slot_t &e = midFor(h, b->row)->slot[slotIndex(b->row)];
+  if (!e) {
+    e = lone(b);
+    return;
   }
-  return &l->slot[row & (kLeafRows - 1)];
+  if (isLone(e)) { // a second row in this slot: it gets a leaf
+    hex_block *other = loneOf(e);
+    hex_leaf *L = newNode<hex_leaf>();
+    L->row[leafIndex(other->row)] = other;
+    e = reinterpret_cast<slot_t>(L);
+  }
+  leafOf(e)->row[leafIndex(b->row)] = b;
+}
+
+// Takes a block out of the directory; its nodes stay.
+void detach(hexdata *h, const hex_block *b) {
+  slot_t &e = midFor(h, b->row)->slot[slotIndex(b->row)];
+  if (isLone(e))
+    e = 0;
+  else
+    leafOf(e)->row[leafIndex(b->row)] = nullptr;
+  if (h->lastBlock == b)
+    h->lastBlock = nullptr;
 }
 
 // The block of a row, created without a data row when missing; null when
 // no block could be obtained.
-hex_block *blockOf(hexdata *h, uint32_t row) {
-  hex_block **s = slotOf(h, row);
-  if (!*s)
-    *s = takeBlock();
-  return *s;
-}
-
-// The block of a row whose data row is about to be written.
-inline hex_block *dataBlock(hexdata *h, uint32_t row) {
-  hex_block *b = findBlock(h, row);
-  if (!b && !(b = blockOf(h, row)))
-    return nullptr;
-  b->flags |= BLK_DATA;
+hex_block *blockOf(hexdata *h, uint64_t row) {
+  if (hex_block *b = findBlock(h, row))
+    return b;
+  hex_block *b = takeBlock(row);
+  if (b)
+    attach(h, b);
   return b;
 }
 
-// Visits the blocks overlapping start..end in ascending order, skipping
-// missing leaves and rows without touching them. fn(block, rowBase, c0, c1)
-// returns false to stop the walk.
-template <class Fn>
-void walkUp(const hexdata *h, uint64_t start, uint64_t end, Fn fn) {
-  uint64_t a = start;
-  for (;;) {
-    uint32_t row = hex_rowOf(a);
-    size_t t = row >> kLeafShift;
-    uint64_t last;
-    if (t >= h->top.size()) {
-      last = a | kDirMask;
-    } else if (!h->top[t]) {
-      // Hop over the run of missing leaves in one step.
-      size_t t2 = t + 1;
-      while (t2 < h->top.size() && !h->top[t2])
-        ++t2;
-      last = t2 == h->top.size() ? a | kDirMask : (a & ~kLeafMask) + (uint64_t(t2 - t) << 14) - 1;
-    } else {
-      const hex_leaf *l = h->top[t];
-      unsigned s = row & (kLeafRows - 1);
-      if (hex_block *b = l->slot[s]) {
-        last = a | kRowMask;
-        unsigned c1 = last <= end ? 255 : unsigned(end & kRowMask);
-        if (!fn(b, a & ~kRowMask, unsigned(a & kRowMask), c1))
-          return;
-      } else {
-        unsigned s2 = s + 1;
-        while (s2 < kLeafRows && !l->slot[s2])
-          ++s2;
-        last = (a & ~kRowMask) + (uint64_t(s2 - s) << 8) - 1;
-      }
-    }
-    if (last >= end)
-      return;
-    a = last + 1;
-  }
+// The block of a row whose data row is about to be written.
+inline hex_block *dataBlock(hexdata *h, uint64_t row) {
+  hex_block *b = blockOf(h, row);
+  if (b)
+    b->flags |= BLK_DATA;
+  return b;
 }
 
-// The same walk in descending order, from end down to start.
-template <class Fn>
-void walkDown(const hexdata *h, uint64_t start, uint64_t end, Fn fn) {
-  uint64_t a = end;
-  for (;;) {
-    uint32_t row = hex_rowOf(a);
-    size_t t = row >> kLeafShift;
-    uint64_t first;
-    if (t >= h->top.size()) {
-      first = (a & ~kDirMask) | (uint64_t(h->top.size()) << 14);
-    } else if (!h->top[t]) {
-      first = a & ~kLeafMask;
-    } else {
-      first = a & ~kRowMask;
-      if (hex_block *b = h->top[t]->slot[row & (kLeafRows - 1)]) {
-        unsigned c0 = first >= start ? 0 : unsigned(start & kRowMask);
-        if (!fn(b, first, c0, unsigned(a & kRowMask)))
-          return;
-      }
-    }
-    if (first <= start)
-      return;
-    a = first - 1;
-  }
-}
-
-// First / last column in c0..c1 whose attribute has HEX_PRESENT; -1 if none.
-int firstPresent(const uint8_t *attr, unsigned c0, unsigned c1) {
-  unsigned c = c0;
-  while (c <= c1) {
-    if ((c & 7) == 0 && c + 7 <= c1) {
-      uint64_t w;
-      std::memcpy(&w, attr + c, 8);
-      w &= 0x0101010101010101ull;
-      if (w)
-        return int(c + unsigned(__builtin_ctzll(w)) / 8);
-      c += 8;
+// Visits the blocks of rows r0..r1 in ascending order, touching only the
+// directory nodes that exist. fn(block) returns false to stop.
+template <class Fn> bool visitRegionUp(const hex_region *R, uint64_t base, uint64_t r0, uint64_t r1, Fn &fn) {
+  for (unsigned m = midIndex(r0), mEnd = midIndex(r1); m <= mEnd; ++m) {
+    const hex_mid *M = R->mid[m];
+    if (!M)
       continue;
+    const uint64_t mBase = base | uint64_t(m) << 14;
+    const unsigned s0 = r0 > mBase ? slotIndex(r0) : 0;
+    const unsigned s1 = r1 < (mBase | 0x3FFF) ? slotIndex(r1) : kSlots - 1;
+    for (unsigned s = s0; s <= s1; ++s) {
+      const slot_t e = M->slot[s];
+      if (!e)
+        continue;
+      if (isLone(e)) {
+        hex_block *b = loneOf(e);
+        if (b->row >= r0 && b->row <= r1 && !fn(b))
+          return false;
+        continue;
+      }
+      const uint64_t sBase = mBase | uint64_t(s) << 6;
+      const unsigned k0 = r0 > sBase ? leafIndex(r0) : 0;
+      const unsigned k1 = r1 < (sBase | 63) ? leafIndex(r1) : kLeafRows - 1;
+      for (unsigned k = k0; k <= k1; ++k)
+        if (hex_block *b = leafOf(e)->row[k]; b && !fn(b))
+          return false;
     }
-    if (attr[c] & HEX_PRESENT)
-      return int(c);
-    ++c;
   }
+  return true;
+}
+
+template <class Fn> void eachBlockUp(const hexdata *h, uint64_t r0, uint64_t r1, Fn fn) {
+  if (r0 > r1)
+    return;
+  if (r0 >> 24 == 0 && h->low && !visitRegionUp(h->low, 0, r0, std::min<uint64_t>(r1, 0xFFFFFF), fn))
+    return;
+  for (auto it = h->regions.lower_bound(std::max<uint64_t>(r0 >> 24, 1));
+       it != h->regions.end() && it->first <= r1 >> 24; ++it) {
+    const uint64_t base = it->first << 24;
+    if (!visitRegionUp(it->second, base, std::max(r0, base), std::min(r1, base | 0xFFFFFF), fn))
+      return;
+  }
+}
+
+template <class Fn> bool visitRegionDown(const hex_region *R, uint64_t base, uint64_t r0, uint64_t r1, Fn &fn) {
+  for (unsigned m = midIndex(r1) + 1, mEnd = midIndex(r0); m-- > mEnd;) {
+    const hex_mid *M = R->mid[m];
+    if (!M)
+      continue;
+    const uint64_t mBase = base | uint64_t(m) << 14;
+    const unsigned s0 = r0 > mBase ? slotIndex(r0) : 0;
+    const unsigned s1 = r1 < (mBase | 0x3FFF) ? slotIndex(r1) : kSlots - 1;
+    for (unsigned s = s1 + 1; s-- > s0;) {
+      const slot_t e = M->slot[s];
+      if (!e)
+        continue;
+      if (isLone(e)) {
+        hex_block *b = loneOf(e);
+        if (b->row >= r0 && b->row <= r1 && !fn(b))
+          return false;
+        continue;
+      }
+      const uint64_t sBase = mBase | uint64_t(s) << 6;
+      const unsigned k0 = r0 > sBase ? leafIndex(r0) : 0;
+      const unsigned k1 = r1 < (sBase | 63) ? leafIndex(r1) : kLeafRows - 1;
+      for (unsigned k = k1 + 1; k-- > k0;)
+        if (hex_block *b = leafOf(e)->row[k]; b && !fn(b))
+          return false;
+    }
+  }
+  return true;
+}
+
+template <class Fn> void eachBlockDown(const hexdata *h, uint64_t r0, uint64_t r1, Fn fn) {
+  if (r0 > r1)
+    return;
+  for (auto it = h->regions.upper_bound(r1 >> 24); it != h->regions.begin();) {
+    --it;
+    if (it->first < std::max<uint64_t>(r0 >> 24, 1))
+      break;
+    const uint64_t base = it->first << 24;
+    if (!visitRegionDown(it->second, base, std::max(r0, base), std::min(r1, base | 0xFFFFFF), fn))
+      return;
+  }
+  if (r0 >> 24 == 0 && h->low)
+    visitRegionDown(h->low, 0, r0, std::min<uint64_t>(r1, 0xFFFFFF), fn);
+}
+
+// The columns of a row that an address range start..end covers.
+inline unsigned firstCol(uint64_t row, uint64_t start) { return hex_rowOf(start) == row ? unsigned(start & kRowMask) : 0; }
+inline unsigned lastCol(uint64_t row, uint64_t end) { return hex_rowOf(end) == row ? unsigned(end & kRowMask) : 255; }
+
+// ---- attribute planes -------------------------------------------------------
+
+// The bits of plane word w that stand for columns c0..c1.
+inline uint64_t wordMask(unsigned w, unsigned c0, unsigned c1) {
+  const unsigned lo = w * 64, hi = lo + 63;
+  if (c1 < lo || c0 > hi)
+    return 0;
+  const unsigned a = std::max(c0, lo) - lo, b = std::min(c1, hi) - lo;
+  return (b == 63 ? ~0ull : (1ull << (b + 1)) - 1) & ~((1ull << a) - 1);
+}
+
+inline void setBit(uint64_t *p, unsigned c) { p[c >> 6] |= 1ull << (c & 63); }
+inline void clearBit(uint64_t *p, unsigned c) { p[c >> 6] &= ~(1ull << (c & 63)); }
+inline bool bit(const uint64_t *p, unsigned c) { return hex_rowBit(p, c); }
+
+inline void setAttr(hex_row &r, unsigned c, uint8_t a) {
+  const unsigned w = c >> 6;
+  const uint64_t m = 1ull << (c & 63);
+  r.present[w] = (a & HEX_PRESENT) ? r.present[w] | m : r.present[w] & ~m;
+  r.preserved[w] = (a & HEX_PRESERVED) ? r.preserved[w] | m : r.preserved[w] & ~m;
+  r.forced[w] = (a & HEX_FORCED) ? r.forced[w] | m : r.forced[w] & ~m;
+}
+
+// True when any column of c0..c1 is set in the plane.
+inline bool anyIn(const uint64_t *p, unsigned c0, unsigned c1) {
+  for (unsigned w = c0 >> 6; w <= c1 >> 6; ++w)
+    if (p[w] & wordMask(w, c0, c1))
+      return true;
+  return false;
+}
+
+inline unsigned countIn(const uint64_t *p, unsigned c0, unsigned c1) {
+  unsigned n = 0;
+  for (unsigned w = c0 >> 6; w <= c1 >> 6; ++w)
+    n += unsigned(__builtin_popcountll(p[w] & wordMask(w, c0, c1)));
+  return n;
+}
+
+inline void setIn(uint64_t *p, unsigned c0, unsigned c1) {
+  for (unsigned w = c0 >> 6; w <= c1 >> 6; ++w)
+    p[w] |= wordMask(w, c0, c1);
+}
+
+// First / last column in c0..c1 set in the plane; -1 if none.
+int firstIn(const uint64_t *p, unsigned c0, unsigned c1) {
+  for (unsigned w = c0 >> 6; w <= c1 >> 6; ++w)
+    if (uint64_t v = p[w] & wordMask(w, c0, c1))
+      return int(w * 64 + unsigned(__builtin_ctzll(v)));
   return -1;
 }
 
-int lastPresent(const uint8_t *attr, unsigned c0, unsigned c1) {
-  int c = int(c1);
-  while (c >= int(c0)) {
-    if ((c & 7) == 7 && c - 7 >= int(c0)) {
-      uint64_t w;
-      std::memcpy(&w, attr + c - 7, 8);
-      w &= 0x0101010101010101ull;
-      if (w)
-        return c - 7 + (63 - __builtin_clzll(w)) / 8;
-      c -= 8;
-      continue;
-    }
-    if (attr[c] & HEX_PRESENT)
-      return c;
-    --c;
-  }
+int lastIn(const uint64_t *p, unsigned c0, unsigned c1) {
+  for (unsigned w = (c1 >> 6) + 1; w-- > (c0 >> 6);)
+    if (uint64_t v = p[w] & wordMask(w, c0, c1))
+      return int(w * 64 + 63 - unsigned(__builtin_clzll(v)));
   return -1;
 }
 
-// True when no attribute of the n bytes has HEX_PRESERVED or HEX_FORCED.
-bool noneMarked(const uint8_t *attr, unsigned n) {
-  uint8_t any = 0;
-  for (unsigned i = 0; i < n; ++i)
-    any |= attr[i];
-  return !(any & (HEX_PRESERVED | HEX_FORCED));
+// Calls fn(c) for every column of c0..c1 set in the plane, in order; the
+// plane may change under it.
+template <class Fn> void eachSet(const uint64_t *p, unsigned c0, unsigned c1, Fn fn) {
+  for (unsigned w = c0 >> 6; w <= c1 >> 6; ++w)
+    for (uint64_t v = p[w] & wordMask(w, c0, c1); v; v &= v - 1)
+      if (!fn(w * 64 + unsigned(__builtin_ctzll(v))))
+        return;
 }
 
-bool allZero(const uint8_t *p, size_t n) {
-  return n == 0 || (p[0] == 0 && std::memcmp(p, p + 1, n - 1) == 0);
+// True when a present byte of columns c0..c1 was placed by force.
+bool anyForcedPresent(const hex_row &r, unsigned c0, unsigned c1) {
+  for (unsigned w = c0 >> 6; w <= c1 >> 6; ++w)
+    if (r.present[w] & r.forced[w] & wordMask(w, c0, c1))
+      return true;
+  return false;
 }
 
 // Lowest / highest present address in start..end.
@@ -302,14 +450,25 @@ bool nextPresent(const hexdata *h, uint64_t start, uint64_t end, uint64_t *found
   end = std::min(end, h->hex_hiAddr);
   if (start > end)
     return false;
+  // Most searches end in the row they start in (the writer's next record).
+  const uint64_t row0 = hex_rowOf(start);
+  if (const hex_block *b = findBlock(h, row0); b && b->present) {
+    const int c = firstIn(b->r.present, unsigned(start & kRowMask), lastCol(row0, end));
+    if (c >= 0) {
+      *found = (row0 << 8) + unsigned(c);
+      return true;
+    }
+  }
+  if (row0 == hex_rowOf(end))
+    return false;
   bool ok = false;
-  walkUp(h, start, end, [&](const hex_block *b, uint64_t base, unsigned c0, unsigned c1) {
+  eachBlockUp(h, row0 + 1, hex_rowOf(end), [&](const hex_block *b) {
     if (b->present == 0)
       return true;
-    int c = firstPresent(b->r.attr, c0, c1);
+    const int c = firstIn(b->r.present, 0, lastCol(b->row, end));
     if (c < 0)
       return true;
-    *found = base + unsigned(c);
+    *found = (b->row << 8) + unsigned(c);
     ok = true;
     return false;
   });
@@ -318,13 +477,13 @@ bool nextPresent(const hexdata *h, uint64_t start, uint64_t end, uint64_t *found
 
 bool prevPresent(const hexdata *h, uint64_t start, uint64_t end, uint64_t *found) {
   bool ok = false;
-  walkDown(h, start, end, [&](const hex_block *b, uint64_t base, unsigned c0, unsigned c1) {
+  eachBlockDown(h, hex_rowOf(start), hex_rowOf(end), [&](const hex_block *b) {
     if (b->present == 0)
       return true;
-    int c = lastPresent(b->r.attr, c0, c1);
+    const int c = lastIn(b->r.present, firstCol(b->row, start), lastCol(b->row, end));
     if (c < 0)
       return true;
-    *found = base + unsigned(c);
+    *found = (b->row << 8) + unsigned(c);
     ok = true;
     return false;
   });
@@ -428,6 +587,33 @@ void mergeNotes(hex_block *d, const hex_block *s) {
     alert_outOfMemory();
 }
 
+// First column of c0..c1 whose note is not n; -1 when all carry n.
+int firstOtherNote(const hex_block *b, unsigned c0, unsigned c1, const void *n) {
+  if (!b || !(b->flags & BLK_NOTES))
+    return n ? int(c0) : -1;
+  if (b->notes) {
+    for (unsigned c = c0; c <= c1; ++c)
+      if (b->notes[c] != n)
+        return int(c);
+    return -1;
+  }
+  // A span: its note inside nlo..nhi, null outside.
+  const bool inside = b->note == n;
+  const bool outside = n == nullptr;
+  for (unsigned c = c0; c <= c1;) {
+    const bool in = b->note && c >= b->nlo && c <= b->nhi;
+    if (!(in ? inside : outside))
+      return int(c);
+    if (in)
+      c = unsigned(b->nhi) + 1;
+    else if (b->note && c < b->nlo)
+      c = b->nlo;
+    else
+      break;
+  }
+  return -1;
+}
+
 // ---- argument checks ------------------------------------------------------
 
 // True, with ENULL recorded, when there is no image.
@@ -469,28 +655,30 @@ inline void addBytes(hexdata *h, uint64_t first, uint64_t last, uint64_t n) {
 
 // One byte into an existing data row by the plain or forced rule.
 int storeAt(hexdata *h, hex_block *b, uint64_t addr, uint8_t v, bool force) {
-  unsigned c = unsigned(addr & kRowMask);
-  uint8_t &at = b->r.attr[c];
-  if (at & HEX_PRESERVED) {
+  const unsigned c = unsigned(addr & kRowMask);
+  hex_row &r = b->r;
+  if (bit(r.preserved, c)) {
     hex_setAddrError(EPRESERVED, addr);
     return 0;
   }
-  if (at & HEX_PRESENT) {
+  if (bit(r.present, c)) {
     if (!force) {
-      if (b->r.data[c] != v) {
+      if (r.data[c] != v) {
         hex_setAddrError(ECLASH, addr);
         return 0;
       }
       return 1;
     }
-    if (at & HEX_FORCED)
+    if (bit(r.forced, c))
       hex_setClobbered(addr, noteAt(b, c));
-    b->r.data[c] = v;
-    at |= HEX_PRESENT | HEX_FORCED;
+    r.data[c] = v;
+    setBit(r.forced, c);
     return 1;
   }
-  b->r.data[c] = v;
-  at |= force ? HEX_PRESENT | HEX_FORCED : HEX_PRESENT;
+  r.data[c] = v;
+  setBit(r.present, c);
+  if (force)
+    setBit(r.forced, c);
   ++b->present;
   addBytes(h, addr, addr, 1);
   return 1;
@@ -515,30 +703,31 @@ uint64_t storeRun(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t cou
   if (count == 0)
     return 0;
   const uint64_t end = runLast(start, count);
-  const uint8_t mark = force ? HEX_PRESENT | HEX_FORCED : HEX_PRESENT;
   uint64_t stored = 0;
   for (uint64_t a = start;;) {
-    uint64_t last = std::min(a | kRowMask, end);
-    unsigned c0 = unsigned(a & kRowMask), n = unsigned(last - a) + 1;
+    const uint64_t last = std::min(a | kRowMask, end);
+    const unsigned c0 = unsigned(a & kRowMask), c1 = unsigned(last & kRowMask), n = c1 - c0 + 1;
     hex_block *b = dataBlock(h, hex_rowOf(a));
+    hex_row *r = b ? &b->r : nullptr;
     if (!b) {
       for (unsigned i = 0; i < n; ++i)
         hex_setError(EMEMORY);
-    } else if (allZero(b->r.attr + c0, n)) {
-      // Nothing there yet: the whole stretch goes in at once.
-      std::memcpy(b->r.data + c0, bytes, n);
-      std::memset(b->r.attr + c0, mark, n);
+    } else if (!anyIn(r->present, c0, c1)) {
+      // Nothing there yet (preserved bytes are always present): the whole
+      // stretch goes in at once; a forced mark left on an empty slot stays.
+      std::memcpy(r->data + c0, bytes, n);
+      setIn(r->present, c0, c1);
+      if (force)
+        setIn(r->forced, c0, c1);
       b->present = uint16_t(b->present + n);
       addBytes(h, a, last, n);
       stored += n;
-    } else if (force && noneMarked(b->r.attr + c0, n)) {
+    } else if (force && !anyIn(r->preserved, c0, c1) && !anyForcedPresent(*r, c0, c1)) {
       // Forced over plain bytes and gaps only: nothing to refuse or report.
-      unsigned added = 0;
-      for (unsigned i = 0; i < n; ++i) {
-        added += unsigned(~b->r.attr[c0 + i] & HEX_PRESENT);
-        b->r.attr[c0 + i] |= HEX_PRESENT | HEX_FORCED;
-      }
-      std::memcpy(b->r.data + c0, bytes, n);
+      const unsigned added = n - countIn(r->present, c0, c1);
+      std::memcpy(r->data + c0, bytes, n);
+      setIn(r->present, c0, c1);
+      setIn(r->forced, c0, c1);
       b->present = uint16_t(b->present + added);
       // Present bytes of the stretch already lie within the bounds.
       if (added)
@@ -559,62 +748,64 @@ uint64_t storeRun(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t cou
 
 // Merges one row of src into an existing data row of dst by the merge rules.
 // Returns the number of bytes new to dst; clears *ok when a byte is refused.
-unsigned mergeRow(hex_block *d, const hex_block *s, uint64_t base, bool force, int *ok) {
+unsigned mergeRow(hex_block *d, const hex_block *s, bool force, int *ok) {
   const uint8_t X = force ? HEX_FORCED : 0;
   const bool sNotes = s->flags & BLK_NOTES;
   // The notes of identical bytes follow src only under force.
   const bool takeSame = force && sNotes;
-  if (std::memcmp(d->r.data, s->r.data, 256) == 0 && std::memcmp(d->r.attr, s->r.attr, 256) == 0) {
+  hex_row &D = d->r;
+  const hex_row &S = s->r;
+  const uint64_t base = d->row << 8;
+  if (std::memcmp(&D, &S, sizeof D) == 0) {
     if (X)
-      for (unsigned c = 0; c < 256; ++c)
-        d->r.attr[c] = uint8_t(d->r.attr[c] | ((d->r.attr[c] & HEX_PRESENT) * X));
+      for (unsigned w = 0; w < 4; ++w)
+        D.forced[w] |= D.present[w];
     if (takeSame) {
-      if (s->present == 256) {
+      if (s->present == 256)
         mergeNotes(d, s);
-      } else {
-        for (unsigned c = 0; c < 256; ++c)
-          if (s->r.attr[c] & HEX_PRESENT)
-            mergeNote(d, s, c);
-      }
+      else
+        eachSet(S.present, 0, 255, [&](unsigned c) {
+          mergeNote(d, s, c);
+          return true;
+        });
     }
     return 0;
   }
   unsigned added = 0;
-  for (unsigned c = 0; c < 256; ++c) {
-    const uint8_t b = s->r.attr[c];
-    if (!(b & HEX_PRESENT))
-      continue;
-    uint8_t &a = d->r.attr[c];
-    const uint8_t sv = s->r.data[c];
-    if (d->r.data[c] == sv && a == b) {
-      a |= X;
+  eachSet(S.present, 0, 255, [&](unsigned c) {
+    const uint8_t a = hex_rowAttr(&D, c), b = hex_rowAttr(&S, c);
+    const uint8_t sv = S.data[c];
+    if (D.data[c] == sv && a == b) {
+      if (X)
+        setBit(D.forced, c);
       if (takeSame)
         mergeNote(d, s, c);
-      continue;
+      return true;
     }
     if (a & HEX_PRESERVED) {
       hex_setAddrError(EPRESERVED, base + c);
       *ok = 0;
-      continue;
+      return true;
     }
     if (a & HEX_PRESENT) {
       if (!force) {
-        if (d->r.data[c] != sv) {
+        if (D.data[c] != sv) {
           hex_setAddrError(ECLASH, base + c);
           *ok = 0;
         }
-        continue;
+        return true;
       }
       if (a & HEX_FORCED)
         hex_setClobbered(base + c, noteAt(d, c));
     } else {
       ++added;
     }
-    d->r.data[c] = sv;
-    a = uint8_t(b | X);
+    D.data[c] = sv;
+    setAttr(D, c, uint8_t(b | X));
     if (sNotes)
       mergeNote(d, s, c);
-  }
+    return true;
+  });
   d->present = uint16_t(d->present + added);
   return added;
 }
@@ -635,31 +826,25 @@ int merge(hexdata *dst, hexdata *src, int force, bool move) {
   int ok = 1;
   uint64_t added = 0;
   bool failed = false;
-  // Only rows within src's bounds take part, as row numbers.
-  const uint64_t first = uint64_t(hex_rowOf(src->hex_loAddr)) << 8;
-  const uint64_t last = (uint64_t(hex_rowOf(src->hex_hiAddr)) << 8) | kRowMask;
-  if (first > last)
-    return 1;
-  walkUp(src, first, last, [&](hex_block *s, uint64_t base, unsigned, unsigned) {
+  // Only rows within src's bounds take part.
+  eachBlockUp(src, hex_rowOf(src->hex_loAddr), hex_rowOf(src->hex_hiAddr), [&](hex_block *s) {
     if (!(s->flags & BLK_DATA))
       return true;
-    uint32_t row = hex_rowOf(base);
-    hex_block *d = findBlock(dst, row);
+    hex_block *d = findBlock(dst, s->row);
     if (!d && move) {
-      hex_block **ss = slotOf(src, row);
-      *ss = nullptr;
+      detach(src, s);
       if (!(s->flags & BLK_NOTES)) { // dst gets an all-null note row
         s->flags |= BLK_NOTES;
         s->note = nullptr;
         s->nlo = 0;
         s->nhi = 255;
       }
-      *slotOf(dst, row) = s;
+      attach(dst, s);
       added += s->present;
       return true;
     }
     if (!d || !(d->flags & BLK_DATA)) {
-      if (!d && !(d = blockOf(dst, row))) {
+      if (!d && !(d = blockOf(dst, s->row))) {
         hex_setError(EMEMORY);
         failed = true;
         return false;
@@ -680,13 +865,34 @@ int merge(hexdata *dst, hexdata *src, int force, bool move) {
       return true;
     }
     d->flags |= BLK_NOTES;
-    added += mergeRow(d, s, base, force, &ok);
+    added += mergeRow(d, s, force, &ok);
     return true;
   });
   dst->hex_byteCount += added;
   if (move)
     hex_clear(src);
   return failed ? 0 : ok;
+}
+
+void freeRegion(hex_region *R) {
+  for (hex_mid *M : R->mid) {
+    if (!M)
+      continue;
+    for (slot_t e : M->slot) {
+      if (!e)
+        continue;
+      if (isLone(e)) {
+        giveBlock(loneOf(e));
+        continue;
+      }
+      for (hex_block *b : leafOf(e)->row)
+        if (b)
+          giveBlock(b);
+      std::free(leafOf(e));
+    }
+    std::free(M);
+  }
+  std::free(R);
 }
 
 } // namespace
@@ -703,15 +909,14 @@ hexdata *hex_create() {
 int hex_clear(hexdata *h) {
   if (noImage(h))
     return 0;
-  for (hex_leaf *l : h->top) {
-    if (!l)
-      continue;
-    for (hex_block *b : l->slot)
-      if (b)
-        giveBlock(b);
-    std::free(l);
-  }
-  h->top.clear();
+  if (h->low)
+    freeRegion(h->low);
+  for (auto &[key, R] : h->regions)
+    freeRegion(R);
+  h->low = nullptr;
+  h->regions.clear();
+  h->lastBlock = nullptr;
+  h->lastRegion = nullptr;
   h->hex_byteCount = 0;
   h->hex_loAddr = 0;
   h->hex_hiAddr = 0;
@@ -751,7 +956,7 @@ int hex_hasByte(const hexdata *h, uint64_t addr) {
   if (noImage(h))
     return 0;
   const hex_block *b = findBlock(h, hex_rowOf(addr));
-  return b && (b->r.attr[addr & kRowMask] & HEX_PRESENT);
+  return b && bit(b->r.present, unsigned(addr & kRowMask));
 }
 
 int hex_hasAnyByte(const hexdata *h, uint64_t start, uint64_t count) {
@@ -767,7 +972,7 @@ uint8_t hex_getByte(const hexdata *h, uint64_t addr) {
   if (noImage(h))
     return 0;
   const hex_block *b = findBlock(h, hex_rowOf(addr));
-  if (!b || !(b->r.attr[addr & kRowMask] & HEX_PRESENT)) {
+  if (!b || !bit(b->r.present, unsigned(addr & kRowMask))) {
     hex_setError(ENODATA);
     return 0;
   }
@@ -779,12 +984,12 @@ std::vector<uint8_t> hex_getBytes(const hexdata *h, uint64_t start, uint64_t cou
     return {};
   std::vector<uint8_t> out(count);
   for (uint64_t i = 0; i < count;) {
-    uint64_t a = start + i;
-    unsigned c0 = unsigned(a & kRowMask);
-    unsigned n = unsigned(std::min<uint64_t>(256 - c0, count - i));
+    const uint64_t a = start + i;
+    const unsigned c0 = unsigned(a & kRowMask);
+    const unsigned n = unsigned(std::min<uint64_t>(256 - c0, count - i));
     const hex_block *b = findBlock(h, hex_rowOf(a));
     for (unsigned k = 0; k < n; ++k) {
-      if (b && (b->r.attr[c0 + k] & HEX_PRESENT))
+      if (b && bit(b->r.present, c0 + k))
         out[i + k] = b->r.data[c0 + k];
       else
         hex_setError(ENODATA);
@@ -798,7 +1003,7 @@ int hex_isPreserved(const hexdata *h, uint64_t addr) {
   if (noImage(h))
     return 0;
   const hex_block *b = findBlock(h, hex_rowOf(addr));
-  return b && (b->r.attr[addr & kRowMask] & HEX_PRESERVED);
+  return b && bit(b->r.preserved, unsigned(addr & kRowMask));
 }
 
 int hex_anyPreserved(const hexdata *h, uint64_t start, uint64_t count) {
@@ -808,16 +1013,12 @@ int hex_anyPreserved(const hexdata *h, uint64_t start, uint64_t count) {
     hex_setError(EARG);
     return 0;
   }
+  const uint64_t end = runLast(start, count);
   int any = 0;
-  walkUp(h, start, runLast(start, count),
-         [&](const hex_block *b, uint64_t, unsigned c0, unsigned c1) {
-           for (unsigned c = c0; c <= c1; ++c)
-             if (b->r.attr[c] & HEX_PRESERVED) {
-               any = 1;
-               return false;
-             }
-           return true;
-         });
+  eachBlockUp(h, hex_rowOf(start), hex_rowOf(end), [&](const hex_block *b) {
+    any = anyIn(b->r.preserved, firstCol(b->row, start), lastCol(b->row, end));
+    return !any;
+  });
   return any;
 }
 
@@ -852,52 +1053,33 @@ uint64_t hex_findNoteRange(const hexdata *h, uint64_t start, uint64_t end) {
   if (reversed(start, end))
     return 0;
   const void *n = hex_getNote(h, start);
-  uint64_t result = end;
-  // Walk every row of the range (missing ones too: they read as null notes).
-  for (uint64_t a = start;;) {
-    uint64_t last = std::min(a | kRowMask, end);
-    unsigned c0 = unsigned(a & kRowMask), c1 = unsigned(last & kRowMask);
-    const hex_block *b = findBlock(h, hex_rowOf(a));
-    int diff = -1; // first column of c0..c1 whose note is not n
-    if (!b || !(b->flags & BLK_NOTES)) {
-      if (n) {
-        diff = int(c0);
-      } else if (!b) { // a missing leaf or directory stretch reads null too
-        size_t t = hex_rowOf(a) >> kLeafShift;
-        if (t >= h->top.size())
-          last = std::min(a | kDirMask, end);
-        else if (!h->top[t])
-          last = std::min(a | kLeafMask, end);
-      }
-    } else if (b->notes) {
-      for (unsigned c = c0; c <= c1; ++c)
-        if (b->notes[c] != n) {
-          diff = int(c);
-          break;
-        }
-    } else if (n && n == b->note) { // inside the span only
-      if (c0 < b->nlo || c0 > b->nhi)
-        diff = int(c0);
-      else if (c1 > b->nhi)
-        diff = b->nhi + 1;
-    } else if (!n) { // outside the span only
-      if (b->note && std::max(c0, unsigned(b->nlo)) <= std::min(c1, unsigned(b->nhi)))
-        diff = int(std::max(c0, unsigned(b->nlo)));
-    } else {
-      diff = int(c0);
+  if (n) {
+    // A note ends at the first row without it, so this walk is no longer
+    // than the rows that carry it.
+    for (uint64_t a = start;;) {
+      const uint64_t last = std::min(a | kRowMask, end);
+      const int diff = firstOtherNote(findBlock(h, hex_rowOf(a)), unsigned(a & kRowMask),
+                                      unsigned(last & kRowMask), n);
+      if (diff >= 0)
+        return (a & ~kRowMask) + unsigned(diff) - 1;
+      if (last == end)
+        return end;
+      a = last + 1;
     }
-    if (diff >= 0) {
-      result = (a & ~kRowMask) + unsigned(diff) - 1;
-      break;
-    }
-    if (last == end)
-      break;
-    a = last + 1;
   }
+  // Null notes run up to the first note set; missing rows read null.
+  uint64_t result = end;
+  eachBlockUp(h, hex_rowOf(start), hex_rowOf(end), [&](const hex_block *b) {
+    const int diff = firstOtherNote(b, firstCol(b->row, start), lastCol(b->row, end), nullptr);
+    if (diff < 0)
+      return true;
+    result = (b->row << 8) + unsigned(diff) - 1;
+    return false;
+  });
   return result;
 }
 
-const hex_row *hex_getRow(const hexdata *h, uint32_t row) {
+const hex_row *hex_getRow(const hexdata *h, uint64_t row) {
   if (noImage(h))
     return nullptr;
   const hex_block *b = findBlock(h, row);
@@ -927,17 +1109,13 @@ int hex_preserveData(hexdata *h, uint64_t start, uint64_t end, int on) {
     return 0;
   if (reversed(start, end))
     return 0;
-  walkUp(h, start, end, [&](hex_block *b, uint64_t, unsigned c0, unsigned c1) {
-    if (b->present == 0)
-      return true;
-    uint8_t *at = b->r.attr;
-    // Only present bytes change: the PRESENT bit, shifted, is the mask.
-    if (on)
-      for (unsigned c = c0; c <= c1; ++c)
-        at[c] = uint8_t(at[c] | ((at[c] & HEX_PRESENT) << 1));
-    else
-      for (unsigned c = c0; c <= c1; ++c)
-        at[c] = uint8_t(at[c] & ~((at[c] & HEX_PRESENT) << 1));
+  eachBlockUp(h, hex_rowOf(start), hex_rowOf(end), [&](hex_block *b) {
+    const unsigned c0 = firstCol(b->row, start), c1 = lastCol(b->row, end);
+    // Only present bytes change.
+    for (unsigned w = c0 >> 6; w <= c1 >> 6; ++w) {
+      const uint64_t m = b->r.present[w] & wordMask(w, c0, c1);
+      b->r.preserved[w] = on ? b->r.preserved[w] | m : b->r.preserved[w] & ~m;
+    }
     return true;
   });
   return 1;
@@ -949,7 +1127,7 @@ int hex_setNote(hexdata *h, uint64_t start, uint64_t end, const void *note) {
   if (reversed(start, end))
     return 0;
   for (uint64_t a = start;;) {
-    uint64_t last = std::min(a | kRowMask, end);
+    const uint64_t last = std::min(a | kRowMask, end);
     hex_block *b = blockOf(h, hex_rowOf(a));
     if (!b || !setNotes(b, unsigned(a & kRowMask), unsigned(last & kRowMask), note)) {
       hex_setError(EMEMORY);
@@ -971,27 +1149,24 @@ int hex_deleteBytes(hexdata *h, uint64_t start, uint64_t count) {
   const uint64_t runEnd = runLast(start, count);
   uint64_t deleted = 0;
   bool refused = false;
-  walkUp(h, start, runEnd, [&](hex_block *b, uint64_t base, unsigned c0, unsigned c1) {
-    if (b->present == 0)
-      return true;
-    for (unsigned c = c0; c <= c1; ++c) {
-      uint8_t &at = b->r.attr[c];
-      if (!(at & HEX_PRESENT))
-        continue;
-      if (at & HEX_PRESERVED) {
+  eachBlockUp(h, hex_rowOf(start), hex_rowOf(runEnd), [&](hex_block *b) {
+    const uint64_t base = b->row << 8;
+    eachSet(b->r.present, firstCol(b->row, start), lastCol(b->row, runEnd), [&](unsigned c) {
+      if (bit(b->r.preserved, c)) {
         hex_setAddrError(EPRESERVED, base + c);
         refused = true;
         return false;
       }
-      if (at & HEX_FORCED)
+      if (bit(b->r.forced, c))
         hex_setClobbered(base + c, noteAt(b, c));
-      at &= uint8_t(~HEX_PRESENT); // HEX_FORCED stays on the empty slot
+      clearBit(b->r.present, c); // HEX_FORCED stays on the empty slot
       b->r.data[c] = 0;
       --b->present;
       --h->hex_byteCount;
       ++deleted;
-    }
-    return true;
+      return true;
+    });
+    return !refused;
   });
   // Deliberately simple: a preserved byte stops the deletion and the bounds
   // are left as they were.
@@ -1007,13 +1182,13 @@ int hex_deleteBytes(hexdata *h, uint64_t start, uint64_t count) {
     if (h->hex_loAddr >= start && h->hex_loAddr <= runEnd) {
       ROMWELD_ASSERT((end-1) < h->hex_hiAddr);
       uint64_t lo = 0;
-      bool found = nextPresent(h, end, h->hex_hiAddr, &lo);
+      const bool found = nextPresent(h, end, h->hex_hiAddr, &lo);
       ROMWELD_ASSERT(found);
       h->hex_loAddr = lo;
     }
     if (h->hex_hiAddr >= start && h->hex_hiAddr <= runEnd) {
       uint64_t hi = 0;
-      bool found = start > 0 && prevPresent(h, h->hex_loAddr, start - 1, &hi);
+      const bool found = start > 0 && prevPresent(h, h->hex_loAddr, start - 1, &hi);
       ROMWELD_ASSERT(found);
       h->hex_hiAddr = hi;
     }

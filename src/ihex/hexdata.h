@@ -4,12 +4,14 @@
 // that placed it (the store never dereferences a note). Stores follow the
 // plain / forced / merge rules; every refusal is recorded in the error list
 // (hex_errno.h), never printed. Invariants: hex_loAddr <= hex_hiAddr and
-// hex_byteCount <= hex_hiAddr - hex_loAddr + 1; an absent slot holds data 0.
+// hex_byteCount <= hex_hiAddr - hex_loAddr + 1; an absent slot holds data 0;
+// HEX_PRESERVED is only ever set on a present byte.
 //
-// Rows are found by direct indexing through a directory of row blocks, so
-// memory stays proportional to the rows touched even for a sparse image
-// spread over the whole 32-bit space. A row whose bytes share one owner
-// keeps a single note until one of its bytes gets another.
+// Every address from 0 to 0xFFFFFFFFFFFFFFFF is its own slot. Memory is
+// proportional to the rows touched, never to the highest address: rows are
+// found by index arithmetic through a sparse directory, and walks skip
+// untouched space in steps of whole directory nodes. A row whose bytes share
+// one owner keeps a single note until one of its bytes gets another.
 #pragma once
 
 #include <cstdint>
@@ -21,14 +23,37 @@ constexpr uint8_t HEX_FORCED = 0x04;
 
 struct hexdata; // defined in hexdata.cpp
 
-// A row's data and attribute bytes, for loops that walk rows instead of
-// addresses (reader, writer, engines). Row n holds addresses n*256..n*256+255;
-// the row number is the address shifted right by 8, kept as 32 bits.
+// A row's data bytes and its attribute bits, for loops that walk rows
+// instead of addresses (reader, writer, engines). Row n holds addresses
+// n*256..n*256+255. Each attribute is a plane of 256 bits: column c is bit
+// c % 64 of word c / 64, so runs of present bytes are found a word at a time.
 struct hex_row {
   uint8_t data[256];
-  uint8_t attr[256];
+  uint64_t present[4];
+  uint64_t preserved[4];
+  uint64_t forced[4];
 };
-inline uint32_t hex_rowOf(uint64_t addr) { return static_cast<uint32_t>(addr >> 8); }
+inline uint64_t hex_rowOf(uint64_t addr) { return addr >> 8; }
+
+inline bool hex_rowBit(const uint64_t *plane, unsigned c) { return (plane[c >> 6] >> (c & 63)) & 1; }
+// The attribute byte of column c (HEX_PRESENT | HEX_PRESERVED | HEX_FORCED).
+inline uint8_t hex_rowAttr(const hex_row *r, unsigned c) {
+  return uint8_t(hex_rowBit(r->present, c) * HEX_PRESENT | hex_rowBit(r->preserved, c) * HEX_PRESERVED |
+                 hex_rowBit(r->forced, c) * HEX_FORCED);
+}
+// How many columns from c on (at most n, not past 255) are present in a row.
+inline unsigned hex_rowRun(const hex_row *r, unsigned c, unsigned n) {
+  unsigned k = 0;
+  while (k < n && c + k < 256) {
+    const unsigned at = c + k, w = at >> 6, b = at & 63;
+    const uint64_t gaps = ~(r->present[w] >> b);
+    const unsigned ones = gaps ? unsigned(__builtin_ctzll(gaps)) : 64 - b;
+    k += ones < 64 - b ? ones : 64 - b;
+    if (ones < 64 - b)
+      break;
+  }
+  return k < n ? k : n;
+}
 
 // ---- creation and bounds ------------------------------------------------
 hexdata *hex_create();                 // null and EMEMORY on failure
@@ -49,8 +74,9 @@ uint32_t hex_findByte(const hexdata *h, uint64_t start, uint64_t end);
 const void *hex_getNote(const hexdata *h, uint64_t addr);
 uint64_t hex_findNoteRange(const hexdata *h, uint64_t start, uint64_t end);
 
-// Read-only row access for hot loops: null when the row was never touched.
-const hex_row *hex_getRow(const hexdata *h, uint32_t row);
+// Read-only row access for hot loops: null when no byte of the row was ever
+// stored (a row that only has notes has no data row).
+const hex_row *hex_getRow(const hexdata *h, uint64_t row);
 // Lowest present address >= start, as a full 64-bit value; false when none
 // up to hex_hiAddr. Unlike hex_findByte it can tell address 0 from none.
 bool hex_nextPresent(const hexdata *h, uint64_t start, uint64_t *found);

@@ -296,14 +296,14 @@ constexpr rowBits ALL_COLUMNS = {~0ull, ~0ull, ~0ull, ~0ull};
 
 struct dropped {
   const hexdata *into = nullptr;
-  std::unordered_map<uint32_t, rowBits> part;
-  std::unordered_map<uint32_t, uint64_t> whole; // by row / 64
+  std::unordered_map<uint64_t, rowBits> part;
+  std::unordered_map<uint64_t, uint64_t> whole; // by row / 64
   uint64_t count = 0, lo = 0, hi = 0;
-  uint32_t lastRow = 0;
+  uint64_t lastRow = 0;
   const rowBits *last = nullptr; // the bits of lastRow, once looked up
 
   // The left-out columns of a row; null when none.
-  const rowBits *find(uint32_t row) {
+  const rowBits *find(uint64_t row) {
     if (last && lastRow == row)
       return last;
     const rowBits *b = nullptr;
@@ -324,7 +324,7 @@ struct dropped {
 
   // Adds the columns `cols` of a row (none left out before), the lowest
   // and highest at first and lastAddr.
-  void add(uint32_t row, const rowBits &cols, unsigned n, uint64_t first, uint64_t lastAddr) {
+  void add(uint64_t row, const rowBits &cols, unsigned n, uint64_t first, uint64_t lastAddr) {
     rowBits &b = part[row];
     for (int w = 0; w < 4; ++w)
       b[w] |= cols[w];
@@ -401,7 +401,7 @@ bool storeDropping(reader &r, uint64_t ia, const uint8_t *d, uint64_t n) {
     const unsigned m = static_cast<unsigned>(std::min<uint64_t>(n - i, 256 - c0));
     const uint8_t *v = d + i;
     i += m;
-    const uint32_t row = hex_rowOf(a);
+    const uint64_t row = hex_rowOf(a);
     const hex_row *into = hex_getRow(k.into, row);
     if (!into) {
       all &= keep(r, a, v, m);
@@ -421,9 +421,9 @@ bool storeDropping(reader &r, uint64_t ia, const uint8_t *d, uint64_t n) {
         again = seen && ((*seen)[c >> 6] >> (c & 63) & 1);
         if (again)
           break;
-        if (own && (own->attr[c] & HEX_PRESENT))
+        if (own && hex_rowBit(own->present, c))
           continue;
-        if ((into->attr[c] & (HEX_PRESENT | HEX_PRESERVED)) == HEX_PRESENT && into->data[c] == v[j])
+        if (hex_rowBit(into->present, c) && !hex_rowBit(into->preserved, c) && into->data[c] == v[j])
           break;
       }
       if (j > from)
@@ -923,11 +923,8 @@ int ihex_write(const ihex *x, FILE *out, unsigned code) {
           break;
         const uint32_t col = static_cast<uint32_t>(at & 0xFF);
         const uint32_t m = static_cast<uint32_t>(std::min<uint64_t>(limit - k, 256 - col));
-        uint32_t j = 0;
-        while (j < m && (row->attr[col + j] & HEX_PRESENT)) {
-          data[k + j] = row->data[col + j];
-          ++j;
-        }
+        const uint32_t j = hex_rowRun(row, col, m);
+        std::memcpy(data + k, row->data + col, j);
         k += j;
         if (j < m)
           break;

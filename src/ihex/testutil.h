@@ -39,7 +39,7 @@ inline std::string slotText(uint8_t data, uint8_t attr, const void *note) {
 
 inline std::string slotText(const hexdata *h, uint64_t a) {
   const hex_row *r = hex_getRow(h, hex_rowOf(a));
-  return slotText(r ? r->data[a & 0xFF] : 0, r ? r->attr[a & 0xFF] : 0, hex_getNote(h, a));
+  return slotText(r ? r->data[a & 0xFF] : 0, r ? hex_rowAttr(r, a & 0xFF) : 0, hex_getNote(h, a));
 }
 
 inline void addToken(std::string &out, const std::string &token) {
@@ -72,7 +72,7 @@ inline std::string dump(const hexdata *h, uint64_t lo, uint64_t hi) {
   std::string out;
   for (uint64_t a = lo; a <= hi; ++a) {
     const hex_row *r = hex_getRow(h, hex_rowOf(a));
-    addSlot(out, a, r ? r->data[a & 0xFF] : 0, r ? r->attr[a & 0xFF] : 0, hex_getNote(h, a));
+    addSlot(out, a, r ? r->data[a & 0xFF] : 0, r ? hex_rowAttr(r, a & 0xFF) : 0, hex_getNote(h, a));
   }
   const uint64_t count = hex_getByteCount(h);
   addBounds(out, count, count ? hex_getLoAddr(h) : 0, count ? hex_getHiAddr(h) : 0);
@@ -83,8 +83,11 @@ inline std::string bounds(const hexdata *h) { return dump(h, 1, 0); }
 // Every present byte wherever it lies: "10=01 11=02 FFFFFFFF=AA".
 inline std::string present(const hexdata *h) {
   std::string out;
-  for (uint64_t a = 0, next = 0; hex_getByteCount(h) && hex_nextPresent(h, next, &a); next = a + 1)
+  for (uint64_t a = 0, next = 0; hex_getByteCount(h) && hex_nextPresent(h, next, &a); next = a + 1) {
     addToken(out, hexText(a) + "=" + slotText(h, a));
+    if (a == UINT64_MAX)
+      break;
+  }
   return out;
 }
 
