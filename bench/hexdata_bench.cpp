@@ -1,5 +1,5 @@
 // Memory image benchmarks: plain and forced stores, merging 16 MiB images,
-// hex_findByte over a sparse image. "hexdata_bench --peak" instead builds
+// hex_findByte over a sparse image, walks over the whole 64-bit space. "hexdata_bench --peak" instead builds
 // the images of a typical run, each in a child process, and prints the
 // child's peak resident memory.
 #include <sys/resource.h>
@@ -137,6 +137,28 @@ void BM_FindByteSparse(benchmark::State &st) {
 }
 BENCHMARK(BM_FindByteSparse)->Unit(benchmark::kMillisecond);
 
+// Bytes scattered over the whole 64-bit space, then every walk the writer,
+// the log and the engines make over all of it: create, store, walk, destroy.
+hexdata *farImage() {
+  hexdata *h = hex_create();
+  for (uint64_t a : {uint64_t(0x10), uint64_t(1) << 40, uint64_t(1) << 56, 0xFFFFFFFFFFFFFF00})
+    hex_storeByte(h, a, 1);
+  return h;
+}
+
+void BM_FarBytesWholeSpaceWalks(benchmark::State &st) {
+  for (auto _ : st) {
+    hexdata *h = farImage();
+    uint64_t a = 0, n = 0;
+    for (uint64_t next = 0; hex_nextPresent(h, next, &a) && a != UINT64_MAX; next = a + 1)
+      ++n;
+    benchmark::DoNotOptimize(n + hex_findNoteRange(h, 0x11, UINT64_MAX) +
+                             uint64_t(hex_anyPreserved(h, 0, UINT64_MAX)));
+    hex_destroy(h);
+  }
+}
+BENCHMARK(BM_FarBytesWholeSpaceWalks)->Unit(benchmark::kMicrosecond);
+
 // ---- peak memory -------------------------------------------------------------
 
 long maxRssKiB() {
@@ -195,6 +217,12 @@ int runPeak() {
     return main;
   });
   peak("sparse: 20,000 records of 16 bytes over 4 GiB", sparseImage);
+  peak("one byte at 0xFFFFFFFFFFFFFF00", [] {
+    hexdata *h = hex_create();
+    hex_storeByte(h, 0xFFFFFFFFFFFFFF00, 1);
+    return h;
+  });
+  peak("four bytes at 0x10, 2^40, 2^56, 0xFFFFFFFFFFFFFF00", farImage);
   return 0;
 }
 

@@ -4,6 +4,7 @@
 //   sparse.hex     20,000 small records scattered over the 32-bit space
 //   overlap_a.hex  0 .. 10 MiB        } overlapping by 4 MiB
 //   overlap_b.hex  6 MiB .. 16 MiB    } of equal data
+//   conflict_b.hex overlap_b's range with every byte different
 // Usage: hexgen_gen OUTDIR [SEED]
 #include <algorithm>
 #include <cstdint>
@@ -15,6 +16,7 @@
 namespace {
 
 uint64_t g_seed = 1;
+uint8_t g_flip = 0; // XORed into every byte: a file that conflicts with the others
 
 // Data depends only on the address (and the seed), so overlapping images
 // agree wherever they meet.
@@ -22,7 +24,7 @@ uint8_t byteAt(uint64_t addr) {
   uint64_t z = addr * 0x9E3779B97F4A7C15ull + g_seed;
   z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
   z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
-  return static_cast<uint8_t>(z ^ (z >> 31));
+  return static_cast<uint8_t>(z ^ (z >> 31) ^ g_flip);
 }
 
 struct rng {
@@ -123,5 +125,7 @@ int main(int argc, char **argv) {
   }
   dense(dir + "/overlap_a.hex", 0, 10 * MiB, 32, 0);
   dense(dir + "/overlap_b.hex", 6 * MiB, 10 * MiB, 32, 0);
+  g_flip = 0x5A;
+  dense(dir + "/conflict_b.hex", 6 * MiB, 10 * MiB, 32, 0);
   return 0;
 }
