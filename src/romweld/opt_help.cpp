@@ -45,7 +45,7 @@ int parseHELP(romweld_arg *a) {
   if (a->helpRow < 0 && strcasecmp(want, "file") == 0)
     a->helpRow = static_cast<int>(argt_rowOf(ARGT_INFILE) - argt_table);
   if (a->helpRow < 0) {
-    alert(953, want);
+    alert<953>(want);
     return MATCH_ERROR;
   }
   return MATCH_OK;

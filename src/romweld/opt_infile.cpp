@@ -212,7 +212,7 @@ bool doINFILE(romweld_arg *a) {
     case EMEMORY:
       break;
     default: // the image's refusals too: a file placing one address twice is not expected
-      alert(MSG_INTERNAL);
+      alert<MSG_INTERNAL>();
       break;
     }
     broken = true;
@@ -258,7 +258,7 @@ bool doINFILE(romweld_arg *a) {
                   path, e.addr);
         break;
       case ECLOBBERED:
-        alert(MSG_FORCED_CONFLICT, alert_format("%" PRIX64 "h", e.addr).c_str(),
+        alert<MSG_FORCED_CONFLICT>(alert_format("%" PRIX64 "h", e.addr).c_str(),
               noteText(e.note), a->str.c_str());
         continue;
       case EIPCONFLICT:
@@ -275,7 +275,7 @@ bool doINFILE(romweld_arg *a) {
       case EMEMORY:
         break;
       default:
-        alert(MSG_INTERNAL);
+        alert<MSG_INTERNAL>();
         break;
       }
       ok = false;

@@ -4,11 +4,15 @@
 // conversions of every loaded text are checked. Its version decides which
 // files on disk may replace it: only those named with a version at least
 // this one.
-#include "common/msgfile.h"
+#pragma once
 
-const uint64_t msgs_en_version = 20220703182018ULL;
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
 
-const char msgs_en_text[] = R"MSGS(#
+inline constexpr uint64_t msgs_en_version = 20220703182018ULL;
+
+inline constexpr char msgs_en_text[] = R"MSGS(#
 # romweld English message description file
 #
 # Format of a message line:
@@ -85,4 +89,38 @@ const char msgs_en_text[] = R"MSGS(#
 2082 F can't create temporary file
 )MSGS";
 
-const size_t msgs_en_size = sizeof msgs_en_text - 1;
+inline constexpr size_t msgs_en_size = sizeof msgs_en_text - 1;
+
+// The text of message num in the built-in file, read as the message file
+// parser reads a line (number, blanks, type, one blank, text to the line
+// end); empty when the file does not describe num. Usable at compile time,
+// so a call site can be checked against the text it will print.
+constexpr std::string_view msgs_enText(unsigned num) {
+  const std::string_view file(msgs_en_text, msgs_en_size);
+  auto blank = [](char c) { return c == ' ' || c == '\t'; };
+  size_t at = 0;
+  while (at < file.size()) {
+    size_t eol = file.find('\n', at);
+    if (eol == std::string_view::npos)
+      eol = file.size();
+    std::string_view line = file.substr(at, eol - at);
+    at = eol + 1;
+    if (line.empty() || line[0] == '#')
+      continue;
+    size_t i = 0;
+    while (i < line.size() && blank(line[i]))
+      ++i;
+    unsigned long n = 0;
+    bool digits = false;
+    for (; i < line.size() && line[i] >= '0' && line[i] <= '9'; ++i, digits = true)
+      n = n * 10 + static_cast<unsigned>(line[i] - '0');
+    if (!digits || n != num)
+      continue;
+    while (i < line.size() && blank(line[i]))
+      ++i;
+    while (i < line.size() && !blank(line[i]))
+      ++i;
+    return i < line.size() ? line.substr(i + 1) : std::string_view();
+  }
+  return {};
+}
