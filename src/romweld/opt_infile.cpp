@@ -25,8 +25,7 @@ const unsigned MSG_FORCED_CONFLICT = 962;
 
 // Range and offset are kept in address units as typed; doINFILE converts
 // them to bytes once, with the unit -ADDRESSING set for the run.
-bool parseSubSpecs(romweld_arg *a, const char *p, const char *end) {
-  ihex_readspec *s = &a->infile.spec;
+bool parseSubSpecs(romweld_arg *a, ihex_readspec *s, const char *p, const char *end) {
   bool haveRange = false, haveOffset = false;
   while (p < end) {
     const char c = *p;
@@ -124,23 +123,24 @@ int parseINFILE(romweld_arg *a) {
   if (*t == '-')
     return MATCH_NONE;
   a->id = ARGT_INFILE;
-  a->infile.forced = forced;
-  a->infile.spec = ihex_readspec{};
-  ihex_readspec_setCanBeClobbered(&a->infile.spec, !forced);
+  infile_spec &spec = arg_newSpec<infile_spec>(a);
+  spec.forced = forced;
+  ihex_readspec_setCanBeClobbered(&spec.read, !forced);
   if (const char *comma = std::strchr(t, ',')) {
-    if (!parseSubSpecs(a, t, comma))
+    if (!parseSubSpecs(a, &spec.read, t, comma))
       return MATCH_ERROR;
-    a->infile.path = comma + 1;
+    spec.path = comma + 1;
   } else {
-    a->infile.path = t;
+    spec.path = t;
   }
-  ihex_readspec_setNote(&a->infile.spec, a);
+  ihex_readspec_setNote(&spec.read, a);
   a->op = doINFILE;
   return MATCH_OK;
 }
 
 bool doINFILE(romweld_arg *a) {
-  const char *path = a->infile.path.c_str();
+  const infile_spec &in_spec = arg_spec<infile_spec>(a);
+  const char *path = in_spec.path.c_str();
   hex_clearErrors();
   FILE *in = std::fopen(path, "rb");
   struct stat st;
@@ -157,7 +157,7 @@ bool doINFILE(romweld_arg *a) {
     alert_outOfMemory();
 
   // Address units to bytes, exactly once, with the run's -ADDRESSING unit.
-  ihex_readspec spec = a->infile.spec;
+  ihex_readspec spec = in_spec.read;
   const int64_t unit = romweld.addressing ? romweld.addressing : 1;
   if (spec.hasEnd)
     spec.end = (spec.end + 1) * unit - 1;
@@ -243,7 +243,7 @@ bool doINFILE(romweld_arg *a) {
   if (!romweld.hex) {
     romweld.hex = x;
   } else {
-    ok = ihex_merge(romweld.hex, x, a->infile.forced);
+    ok = ihex_merge(romweld.hex, x, in_spec.forced);
     for (uint32_t i = 0; i < hex_errorCount(); ++i) {
       const hex_error e = hex_errorAt(i);
       switch (e.code) {
