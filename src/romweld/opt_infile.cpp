@@ -17,6 +17,7 @@
 #include "romweld/grammar.h"
 #include "romweld/options.h"
 #include "romweld/settings.h"
+#include "romweld/units.h"
 
 namespace {
 
@@ -35,12 +36,8 @@ bool parseSubSpecs(romweld_arg *a, ihex_readspec *s, const char *p, const char *
         return false;
       }
       haveRange = true;
-      // The range helper would scale by a unit left from an earlier run.
-      const uint32_t unit = romweld.addressing;
-      romweld.addressing = 0;
       rangereq r{a, p + 1, RADIX_DEFAULT_16};
       grammar_range(&r);
-      romweld.addressing = unit;
       if (r.error)
         return false;
       hex_clearErrors();
@@ -109,6 +106,25 @@ void reconcile(romweld_arg *a, startaddr *s, bool allowed, const char *kind, uin
   }
 }
 
+// The read spec with its range and offset turned from address units into
+// bytes, exactly once, with the unit -ADDRESSING set for the run.
+bool readSpecInBytes(const romweld_arg *a, const ihex_readspec &units, ihex_readspec *bytes) {
+  *bytes = units;
+  if (units.hasStart && !units_toBytes(a, "start address", UNITS_START, units.start, &bytes->start))
+    return false;
+  if (units.hasEnd && !units_toBytes(a, "end address", UNITS_END, units.end, &bytes->end))
+    return false;
+  int64_t offset = 0;
+  if (!units_offsetToBytes(a, "offset", units.offset, &offset))
+    return false;
+  bytes->offset = static_cast<int32_t>(offset);
+  if (offset != bytes->offset) {
+    arg_error(a, "offset (%" PRId64 ") is out of range", offset);
+    return false;
+  }
+  return true;
+}
+
 const char *noteText(const void *note) {
   return note ? static_cast<const romweld_arg *>(note)->str.c_str() : "";
 }
@@ -156,17 +172,8 @@ bool doINFILE(romweld_arg *a) {
   if (!x)
     alert_outOfMemory();
 
-  // Address units to bytes, exactly once, with the run's -ADDRESSING unit.
-  ihex_readspec spec = in_spec.read;
-  const int64_t unit = romweld.addressing ? romweld.addressing : 1;
-  if (spec.hasEnd)
-    spec.end = (spec.end + 1) * unit - 1;
-  if (spec.hasStart)
-    spec.start *= unit;
-  const int64_t offset = static_cast<int64_t>(spec.offset) * unit;
-  spec.offset = static_cast<int32_t>(offset);
-  if (offset != spec.offset) {
-    arg_error(a, "offset (%" PRId64 ") is out of range", offset);
+  ihex_readspec spec;
+  if (!readSpecInBytes(a, in_spec.read, &spec)) {
     std::fclose(in);
     ihex_destroy(x);
     return false;

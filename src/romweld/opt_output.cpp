@@ -13,6 +13,7 @@
 #include "romweld/grammar.h"
 #include "romweld/options.h"
 #include "romweld/settings.h"
+#include "romweld/units.h"
 
 namespace {
 
@@ -224,12 +225,12 @@ int parseBREAK(romweld_arg *a) {
 }
 
 bool doBREAK(romweld_arg *a) {
-  const uint64_t unit = romweld.addressing ? romweld.addressing : 1;
   hex_clearErrors();
   for (uint64_t b : arg_spec<break_spec>(a).addrs) {
-    uint64_t addr = b * unit;
-    // A break scaled past the address space is refused like one above it.
-    if ((b != 0 && addr / unit != b) || !ihex_addBreak(romweld.hex, addr)) {
+    uint64_t addr = 0;
+    if (!units_toBytes(a, "address break", UNITS_START, b, &addr))
+      return false;
+    if (!ihex_addBreak(romweld.hex, addr)) {
       arg_error(a, "address breaks must be <= 0x%" PRIX64, BREAK_TOP);
       return false;
     }
