@@ -105,7 +105,8 @@ constexpr msgconv_list msgconv_read(std::string_view fmt) {
     }
     msgconv c;
     c.from = static_cast<uint16_t>(from);
-    if (i + 1 < n && ((fmt[i] == 'h' && fmt[i + 1] == 'h') || (fmt[i] == 'l' && fmt[i + 1] == 'l'))) {
+    const bool doubled = i + 1 < n && fmt[i] == fmt[i + 1];
+    if (doubled && (fmt[i] == 'h' || fmt[i] == 'l')) {
       c.len[0] = c.len[1] = fmt[i];
       i += 2;
     } else if (i < n && (fmt[i] == 'h' || fmt[i] == 'l' || fmt[i] == 'L' || fmt[i] == 'j' ||
@@ -160,12 +161,15 @@ constexpr bool msgconv_accepts(const msgconv &c) {
     if (len == "z")
       return sgn ? std::is_same_v<P, std::make_signed_t<size_t>> : std::is_same_v<P, size_t>;
     if (len == "t")
-      return sgn ? std::is_same_v<P, ptrdiff_t> : std::is_same_v<P, std::make_unsigned_t<ptrdiff_t>>;
+      return sgn ? std::is_same_v<P, ptrdiff_t>
+                 : std::is_same_v<P, std::make_unsigned_t<ptrdiff_t>>;
     return false;
   } else if constexpr (std::is_floating_point_v<U>) {
     if (c.cls != 'f')
       return false;
-    return len == "L" ? std::is_same_v<U, long double> : !std::is_same_v<U, long double> && len.empty();
+    if (len == "L")
+      return std::is_same_v<U, long double>;
+    return len.empty() && !std::is_same_v<U, long double>;
   } else if constexpr (std::is_pointer_v<U>) {
     using E = std::remove_cv_t<std::remove_pointer_t<U>>;
     if (c.cls == 's')
