@@ -96,31 +96,32 @@ inline constexpr size_t msgs_en_size = sizeof msgs_en_text - 1;
 // end); empty when the file does not describe num. Usable at compile time,
 // so a call site can be checked against the text it will print.
 constexpr std::string_view msgs_enText(unsigned num) {
-  const std::string_view file(msgs_en_text, msgs_en_size);
+  // Plain indexing only: library searches are not constant expressions in
+  // every build (the sanitizers' pointer checks).
+  const char *t = msgs_en_text;
+  const size_t n = msgs_en_size;
   auto blank = [](char c) { return c == ' ' || c == '\t'; };
-  size_t at = 0;
-  while (at < file.size()) {
-    size_t eol = file.find('\n', at);
-    if (eol == std::string_view::npos)
-      eol = file.size();
-    std::string_view line = file.substr(at, eol - at);
+  for (size_t at = 0; at < n;) {
+    size_t eol = at;
+    while (eol < n && t[eol] != '\n')
+      ++eol;
+    size_t i = at;
     at = eol + 1;
-    if (line.empty() || line[0] == '#')
+    if (i == eol || t[i] == '#')
       continue;
-    size_t i = 0;
-    while (i < line.size() && blank(line[i]))
+    while (i < eol && blank(t[i]))
       ++i;
-    unsigned long n = 0;
-    bool digits = false;
-    for (; i < line.size() && line[i] >= '0' && line[i] <= '9'; ++i, digits = true)
-      n = n * 10 + static_cast<unsigned>(line[i] - '0');
-    if (!digits || n != num)
+    unsigned long number = 0;
+    const size_t digits = i;
+    for (; i < eol && t[i] >= '0' && t[i] <= '9'; ++i)
+      number = number * 10 + static_cast<unsigned>(t[i] - '0');
+    if (i == digits || number != num)
       continue;
-    while (i < line.size() && blank(line[i]))
+    while (i < eol && blank(t[i]))
       ++i;
-    while (i < line.size() && !blank(line[i]))
+    while (i < eol && !blank(t[i]))
       ++i;
-    return i < line.size() ? line.substr(i + 1) : std::string_view();
+    return i < eol ? std::string_view(t + i + 1, eol - i - 1) : std::string_view();
   }
   return {};
 }
