@@ -57,13 +57,13 @@ bool builder::expand(const std::string &arg) {
   for (const fileId &o : open) {
     if (o == id) {
       std::fclose(fp);
-      alert(1600, arg.c_str(), "command file includes itself");
+      alert<1600>(arg.c_str(), "command file includes itself");
       return true;
     }
   }
   if (open.size() >= CMDLINE_MAX_DEPTH) {
     std::fclose(fp);
-    alert(1600, arg.c_str(), "command files nested more than 16 deep");
+    alert<1600>(arg.c_str(), "command files nested more than 16 deep");
     return true;
   }
   std::string text;
@@ -120,7 +120,7 @@ std::vector<std::string> cmdline_splitWords(const std::string &text) {
   auto finish = [&] {
     if (inWord) {
       if (tooLong)
-        alert(917);
+        alert<917>();
       words.push_back(std::move(word));
     }
     word.clear();

@@ -71,14 +71,14 @@ void printUsage(const globalOption &o) {
 void printHelp() {
   version_print();
   std::fflush(stdout);
-  alert(1032);
-  alert(1033);
+  alert<1032>();
+  alert<1033>();
   for (const globalOption &o : globalOptions)
     usage_printLine(o.name, o.help);
 }
 
 void malformed(const std::string &arg) {
-  alert(1600, arg.c_str(), "malformed option");
+  alert<1600>(arg.c_str(), "malformed option");
   if (const globalOption *o = findGlobalOption(arg.c_str() + 2))
     printUsage(*o);
 }
@@ -100,7 +100,7 @@ int main(int argc, char **argv) {
   // Legacy mode is not part of this build: its switch is an unknown option.
   for (const std::string &a : args) {
     if (equals(a, "--legacy")) {
-      alert(168, a.c_str());
+      alert<168>(a.c_str());
       return 1;
     }
   }
@@ -114,7 +114,7 @@ int main(int argc, char **argv) {
       if (!hasValue(arg, 5))
         malformed(arg);
       else if (!open_edf(s + 6))
-        alert(1600, s, "could not open error description file");
+        alert<1600>(s, "could not open error description file");
     } else if (startsWith(arg, "--zkdebug=")) {
       // Debug tracing is not built; the option is accepted and ignored.
     } else if (equals(arg, "--ver")) {
@@ -160,7 +160,7 @@ int main(int argc, char **argv) {
       // Intended: a level that is not a number names the program path, not
       // the option, in message 168.
       if (level == 0 && rest[0] != '0')
-        alert(168, programPath);
+        alert<168>(programPath);
       warnLevel = static_cast<int>(level);
     } else if (startsWith(arg, "-e")) {
       alert_setTemplateStyle(1);

@@ -209,7 +209,9 @@ void buildLine(bounded &line, const msg_info &m, const char *text) {
 
 [[noreturn]] void tooManyErrors() {
   // Message 1 goes through the explicit-type report so no override hides it;
-  // its text was checked to take one unsigned like the built-in one.
+  // its text was checked to take one unsigned like the built-in one, which
+  // is what the count passed here is.
+  static_assert(msgconv_fits<unsigned>(msgs_enText(1)));
   alert_typed(1, "M", msgfile_lookup(1).text, G().errors + 1);
   std::exit(1);
 }
@@ -441,7 +443,7 @@ std::string alert_format(const char *fmt, ...) {
 void alert_outOfMemory() {
   // A second failure while reporting must not loop back here.
   std::set_new_handler(nullptr);
-  alert(296);
+  alert<296>();
   std::exit(1); // 296 is fatal in the built-in file; a file may not make it less
 }
 

@@ -11,11 +11,29 @@
 #include <cstddef>
 #include <string>
 
+#include "common/msgconv.h"
+#include "common/msgs_en.h"
+
 // Report message `num` with the printf arguments its text expects.
 // Returns 1 when a line was printed, 0 when suppressed or filtered.
 // Does not return for a fatal message or when the error limit is exceeded.
 int alert(unsigned num, ...);
 int valert(unsigned num, va_list ap);
+
+// The checked entry for a constant message number, used by every caller
+// outside this service: alert<962>(where, owner, arg). The compiler reads
+// message N's built-in text and refuses the call unless the arguments are
+// exactly the ones its conversions consume, with their types (a 64-bit
+// address for "%X", a std::string for "%s" are compile errors). A loaded
+// message file cannot change that: its texts must consume the same
+// arguments as the built-in ones (msgfile.h).
+template <unsigned N, class... Args>
+int alert(Args... args) {
+  static_assert(!msgs_enText(N).empty(), "the built-in message file does not describe N");
+  static_assert(msgconv_fits<Args...>(msgs_enText(N)),
+                "the arguments do not match the conversions of message N's built-in text");
+  return alert(N, args...);
+}
 
 // Report with an explicit type ("E", "F", a warning level such as "3" or
 // "-2", anything else a message of level 10) and a literal format; no

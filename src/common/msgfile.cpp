@@ -7,6 +7,7 @@
 #include <deque>
 
 #include "common/alert.h"
+#include "common/msgconv.h"
 #include "common/osdep.h"
 #include "common/zkinstdir.h"
 
@@ -68,68 +69,6 @@ const msg_table &builtinTable() {
       t = std::make_shared<msg_table>(MSG_MAX_NUMBER + 1, nullptr);
   }
   return *t;
-}
-
-// Width and precision digits beyond this cannot show in a message anyway.
-constexpr long kMaxFieldWidth = 512;
-
-// Describes the arguments a printf format consumes, one token per argument,
-// or returns false for anything a loaded text may not contain ("%n",
-// positional arguments, unknown conversions, huge widths).
-bool conversionSignature(const char *fmt, std::string &sig) {
-  for (const char *p = fmt; *p; ++p) {
-    if (*p != '%')
-      continue;
-    ++p;
-    if (*p == '%' || *p == 'm') // "%m" is replaced before formatting
-      continue;
-    while (*p && std::strchr("-+ #0'", *p))
-      ++p;
-    auto field = [&]() -> bool {
-      if (*p == '*') {
-        sig += "d,";
-        ++p;
-        return true;
-      }
-      long v = 0;
-      while (std::isdigit(static_cast<unsigned char>(*p))) {
-        v = v * 10 + (*p - '0');
-        if (v > kMaxFieldWidth)
-          return false;
-        ++p;
-      }
-      return *p != '$';
-    };
-    if (!field())
-      return false;
-    if (*p == '.') {
-      ++p;
-      if (!field())
-        return false;
-    }
-    const char *len = p;
-    size_t lenCount = 0;
-    if ((p[0] == 'h' && p[1] == 'h') || (p[0] == 'l' && p[1] == 'l'))
-      lenCount = 2;
-    else if (*p && std::strchr("hlLjzt", *p))
-      lenCount = 1;
-    p += lenCount;
-    char cls;
-    switch (*p) {
-    case 'd': case 'i': cls = 'd'; break;
-    case 'u': case 'o': case 'x': case 'X': cls = 'u'; break;
-    case 'c': cls = 'c'; break;
-    case 's': cls = 's'; break;
-    case 'p': cls = 'p'; break;
-    case 'e': case 'E': case 'f': case 'F':
-    case 'g': case 'G': case 'a': case 'A': cls = 'f'; break;
-    default: return false; // "%n", unknown letters, a '%' at the end
-    }
-    sig.append(len, lenCount);
-    sig += cls;
-    sig += ',';
-  }
-  return true;
 }
 
 void reportMalformed(unsigned line, const char *reportPath) {
@@ -429,8 +368,7 @@ std::shared_ptr<msg_table> msgfile_parse(FILE *fp, const char *reportPath) {
 uint32_t msgfile_lastNumber() { return S().lastNumber; }
 
 bool msgfile_sameConversions(const char *loaded, const char *builtin) {
-  std::string a, b;
-  return conversionSignature(loaded, a) && conversionSignature(builtin, b) && a == b;
+  return msgconv_read(loaded).sameArguments(msgconv_read(builtin));
 }
 
 // --- lookup --------------------------------------------------------------------

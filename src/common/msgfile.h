@@ -21,6 +21,8 @@
 #include <string>
 #include <vector>
 
+#include "common/msgs_en.h"
+
 enum msg_kind : int {
   MSG_FATAL,
   MSG_MESSAGE,
@@ -43,10 +45,7 @@ struct msg_entry {
 // Entries are never freed and may be shared between tables.
 using msg_table = std::vector<const msg_entry *>;
 
-// The built-in English file (msgs_en.cpp).
-extern const char msgs_en_text[];
-extern const size_t msgs_en_size;
-extern const uint64_t msgs_en_version;
+// The built-in English file: msgs_en_text, msgs_en_size, msgs_en_version.
 
 // --- names and versions ---------------------------------------------------
 const char *langStr(unsigned lang);        // 7 "de", 12 "fr", others "en"

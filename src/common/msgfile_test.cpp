@@ -145,6 +145,8 @@ TEST_F(MsgFile, BuiltinTableIsWellFormed) {
     EXPECT_GT(e->number, prev);
     prev = e->number;
     EXPECT_TRUE(msgfile_sameConversions(e->text.c_str(), e->text.c_str())) << e->number;
+    // The checked entry alert<N> reads this text at compile time.
+    EXPECT_EQ(msgs_enText(e->number), e->text) << e->number;
   }
   EXPECT_EQ(count, 61u); // messages 1-3 and the tool's table
 }

@@ -146,7 +146,7 @@ step_result openLog(size_t) {
     return STEP_NEXT;
   romweld.log.fp = std::fopen(romweld.log.path->c_str(), "w");
   if (!romweld.log.fp) {
-    alert(141, "romweld log-file", romweld.log.path->c_str());
+    alert<141>("romweld log-file", romweld.log.path->c_str());
     return STEP_FAIL;
   }
   return STEP_NEXT;
@@ -234,7 +234,7 @@ bool args_add(const std::string &text) {
     usage_printBlock(row->name, row->help, row->usage, row->example);
     return false;
   }
-  alert(168, text.c_str());
+  alert<168>(text.c_str());
   return false;
 }
 
@@ -344,7 +344,7 @@ void arg_error(const romweld_arg *a, const char *fmt, ...) {
   va_start(ap, fmt);
   std::string desc = alert_vformat(fmt, ap);
   va_end(ap);
-  alert(1600, a->str.c_str(), desc.c_str());
+  alert<1600>(a->str.c_str(), desc.c_str());
 }
 
 void arg_warning(const romweld_arg *a, const char *fmt, ...) {
@@ -352,7 +352,7 @@ void arg_warning(const romweld_arg *a, const char *fmt, ...) {
   va_start(ap, fmt);
   std::string desc = alert_vformat(fmt, ap);
   va_end(ap);
-  alert(1601, a->str.c_str(), desc.c_str());
+  alert<1601>(a->str.c_str(), desc.c_str());
 }
 
 const char *arg_matchWord(const romweld_arg *a, const char *word, bool *plus) {

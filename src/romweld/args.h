@@ -8,13 +8,11 @@
 #include <cstdarg>
 #include <cstdint>
 #include <memory>
-#include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "common/check.h"
-#include "ihex/ihex.h"
+#include "romweld/argspec.h"
 
 enum argt : uint32_t {
   ARGT_INFILE = 1,
@@ -41,8 +39,6 @@ enum argt : uint32_t {
 // Parser outcomes; 0 means "not this parser's option".
 enum { MATCH_NONE = 0, MATCH_OK = 1, MATCH_ERROR = 2 };
 
-struct outformat; // settings.h
-
 struct romweld_arg;
 using romweld_op = bool (*)(romweld_arg *);
 
@@ -50,25 +46,22 @@ struct romweld_arg {
   uint32_t id = 0;          // the kind; never 0 once parsed
   std::string str;          // argument text as given, '+' included
   romweld_op op = nullptr;  // the kind's operation, set by the parser
-
-  // Kind data: what the parser extracted.
-  struct {
-    std::string path;
-    ihex_readspec spec;
-    bool forced = false;    // '+' prefix
-  } infile;
-  std::optional<std::string> outpath; // -O: none suppresses output
-  struct {
-    const outformat *format = nullptr;
-    bool hasLength = false;
-    uint32_t length = 0;
-  } format;
-  uint32_t addressing = 0;
-  std::set<uint64_t> breaks;
-  uint32_t sla = 0;
-  uint32_t ssa = 0;
-  int helpRow = -1;         // -HELP target row in argt_table; -1 lists all
+  argspec spec;             // the kind's data (argspec.h)
 };
+
+// The record's spec of kind Spec: a parser starts it with arg_newSpec, its
+// operation reads it with arg_spec. Asking a record for another kind's spec
+// is a programming error.
+template <class Spec>
+Spec &arg_newSpec(romweld_arg *a) {
+  return a->spec.emplace<Spec>();
+}
+template <class Spec>
+const Spec &arg_spec(const romweld_arg *a) {
+  const Spec *s = std::get_if<Spec>(&a->spec);
+  ROMWELD_ASSERT(s != nullptr);
+  return *s;
+}
 
 struct argt_row {
   uint32_t id;

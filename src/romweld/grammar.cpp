@@ -6,7 +6,6 @@
 
 #include "common/alert.h"
 #include "romweld/args.h"
-#include "romweld/settings.h"
 
 namespace {
 
@@ -157,15 +156,10 @@ void grammar_range(rangereq *r) {
   grammar_number(&hi);
   if (hi.error)
     return;
-  uint64_t start = lo.value, end = hi.value;
-  // The multiplier is whatever the run holds at parse time (0 in a fresh
-  // process); the end then covers every byte of its last word.
-  if (romweld.addressing != 0) {
-    start *= romweld.addressing;
-    end = (end + 1) * romweld.addressing - 1;
-  }
-  r->startValue = start;
-  r->endValue = end;
+  // In address units as typed: the operation converts them with the unit in
+  // force when it runs, which parsing cannot know yet (units.h).
+  r->startValue = lo.value;
+  r->endValue = hi.value;
   r->end = hi.end;
   r->error = false;
 }

@@ -49,7 +49,7 @@ struct numreq {
 };
 void grammar_number(numreq *r);
 
-// "start-end", scaled by the addressing multiplier when it is non-zero.
+// "start-end" in address units, unscaled; the caller checks the order.
 struct rangereq {
   const romweld_arg *arg;
   const char *start;

@@ -25,7 +25,7 @@ int parseHELP(romweld_arg *a) {
   if (!p)
     return MATCH_NONE;
   a->op = doHELP;
-  a->helpRow = -1;
+  int &row = arg_newSpec<help_spec>(a).row;
   if (*p == '\0')
     return MATCH_OK;
   if (*p != '=') {
@@ -41,23 +41,24 @@ int parseHELP(romweld_arg *a) {
   // Several rows could share a bare name; the last one wins.
   for (int i = 0; i < static_cast<int>(std::size(argt_table)); ++i)
     if (strcasecmp(bareName(argt_table[i].name), want) == 0)
-      a->helpRow = i;
-  if (a->helpRow < 0 && strcasecmp(want, "file") == 0)
-    a->helpRow = static_cast<int>(argt_rowOf(ARGT_INFILE) - argt_table);
-  if (a->helpRow < 0) {
-    alert(953, want);
+      row = i;
+  if (row < 0 && strcasecmp(want, "file") == 0)
+    row = static_cast<int>(argt_rowOf(ARGT_INFILE) - argt_table);
+  if (row < 0) {
+    alert<953>(want);
     return MATCH_ERROR;
   }
   return MATCH_OK;
 }
 
 bool doHELP(romweld_arg *a) {
-  if (a->helpRow < 0) {
+  const int chosen = arg_spec<help_spec>(a).row;
+  if (chosen < 0) {
     for (const argt_row &row : argt_table)
       usage_printLine(row.name, row.help);
     return true;
   }
-  const argt_row &row = argt_table[a->helpRow];
+  const argt_row &row = argt_table[chosen];
   usage_printBlock(row.name, row.help, row.usage, row.example);
   return true;
 }

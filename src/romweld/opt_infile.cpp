@@ -14,19 +14,65 @@
 #include "common/alert.h"
 #include "ihex/hex_errno.h"
 #include "romweld/args.h"
+#include "romweld/drain.h"
 #include "romweld/grammar.h"
 #include "romweld/options.h"
 #include "romweld/settings.h"
+#include "romweld/units.h"
 
 namespace {
 
-const unsigned MSG_INTERNAL = 4;
-const unsigned MSG_FORCED_CONFLICT = 962;
+// The image's refusals read the same whether one file gives an address two
+// values or a later file meets the data of the run's image.
+constexpr drain_row kClash = drain_error(
+    ECLASH, "data in \"%s\" conflicts with existing data at address 0x%lX", DF_PATH, DF_ADDR);
+constexpr drain_row kPreserved = drain_error(
+    EPRESERVED, "cannot merge data in \"%s\" at address 0x%lX because existing is preserved",
+    DF_PATH, DF_ADDR);
+constexpr drain_row kClobbered = drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED);
+
+// Reading one file. A checksum failure is the only problem that still lets
+// the file be merged, and a forced file may overwrite its own bytes.
+constexpr drain_row kReadRows[] = {
+    drain_error(EIO, "problem reading input hex-file (%s)", DF_PATH),
+    drain_warning(ECHECKSUM, "record fails checksum (%s:%u)", DF_PATH, DF_NUM),
+    drain_error(ENOEOF, "input hex-file (%s) has no EOF record", DF_PATH),
+    drain_error(EIPCONFLICT, "input hex-file (%s:%u) has confliciting IP register records",
+                DF_PATH, DF_NUM),
+    drain_error(ECSCONFLICT, "input hex-file (%s:%u) has confliciting CS register records",
+                DF_PATH, DF_NUM),
+    drain_error(EUNKNOWNREC, "input hexfile (%s:%u) contains an unknown record type (%u)",
+                DF_PATH, DF_NUM, DF_NUM2),
+    drain_error(EBADCHAR, "input hexfile (%s:%u) contains an unexpected character", DF_PATH,
+                DF_NUM),
+    drain_error(EREADHEX, "input hexfile (%s:%u) contains an error", DF_PATH, DF_NUM),
+    drain_error(EBELOWZERO, "offset (%d) would place data in hex-file (%s) at an address < 0",
+                DF_VALUE, DF_PATH),
+    kClash,
+    kPreserved,
+    kClobbered,
+    drain_count(EMEMORY),
+    // Not a message of its own: two different start linear addresses in
+    // one file stop the tool.
+    drain_internal(EEIPCONFLICT),
+};
+
+// Merging a good file into the run's image.
+constexpr drain_row kMergeRows[] = {
+    kClash,
+    kPreserved,
+    kClobbered,
+    // The file's start addresses were reconciled and cleared before the
+    // merge, so it cannot disagree with the run's image about them.
+    drain_internal(EIPCONFLICT),
+    drain_internal(ECSCONFLICT),
+    drain_internal(EEIPCONFLICT),
+    drain_count(EMEMORY),
+};
 
 // Range and offset are kept in address units as typed; doINFILE converts
 // them to bytes once, with the unit -ADDRESSING set for the run.
-bool parseSubSpecs(romweld_arg *a, const char *p, const char *end) {
-  ihex_readspec *s = &a->infile.spec;
+bool parseSubSpecs(romweld_arg *a, ihex_readspec *s, const char *p, const char *end) {
   bool haveRange = false, haveOffset = false;
   while (p < end) {
     const char c = *p;
@@ -36,12 +82,8 @@ bool parseSubSpecs(romweld_arg *a, const char *p, const char *end) {
         return false;
       }
       haveRange = true;
-      // The range helper would scale by a unit left from an earlier run.
-      const uint32_t unit = romweld.addressing;
-      romweld.addressing = 0;
       rangereq r{a, p + 1, RADIX_DEFAULT_16};
       grammar_range(&r);
-      romweld.addressing = unit;
       if (r.error)
         return false;
       hex_clearErrors();
@@ -110,8 +152,23 @@ void reconcile(romweld_arg *a, startaddr *s, bool allowed, const char *kind, uin
   }
 }
 
-const char *noteText(const void *note) {
-  return note ? static_cast<const romweld_arg *>(note)->str.c_str() : "";
+// The read spec with its range and offset turned from address units into
+// bytes, exactly once, with the unit -ADDRESSING set for the run.
+bool readSpecInBytes(const romweld_arg *a, const ihex_readspec &units, ihex_readspec *bytes) {
+  *bytes = units;
+  if (units.hasStart && !units_toBytes(a, "start address", UNITS_START, units.start, &bytes->start))
+    return false;
+  if (units.hasEnd && !units_toBytes(a, "end address", UNITS_END, units.end, &bytes->end))
+    return false;
+  int64_t offset = 0;
+  if (!units_offsetToBytes(a, "offset", units.offset, &offset))
+    return false;
+  bytes->offset = static_cast<int32_t>(offset);
+  if (offset != bytes->offset) {
+    arg_error(a, "offset (%" PRId64 ") is out of range", offset);
+    return false;
+  }
+  return true;
 }
 
 } // namespace
@@ -124,23 +181,24 @@ int parseINFILE(romweld_arg *a) {
   if (*t == '-')
     return MATCH_NONE;
   a->id = ARGT_INFILE;
-  a->infile.forced = forced;
-  a->infile.spec = ihex_readspec{};
-  ihex_readspec_setCanBeClobbered(&a->infile.spec, !forced);
+  infile_spec &spec = arg_newSpec<infile_spec>(a);
+  spec.forced = forced;
+  ihex_readspec_setCanBeClobbered(&spec.read, !forced);
   if (const char *comma = std::strchr(t, ',')) {
-    if (!parseSubSpecs(a, t, comma))
+    if (!parseSubSpecs(a, &spec.read, t, comma))
       return MATCH_ERROR;
-    a->infile.path = comma + 1;
+    spec.path = comma + 1;
   } else {
-    a->infile.path = t;
+    spec.path = t;
   }
-  ihex_readspec_setNote(&a->infile.spec, a);
+  ihex_readspec_setNote(&spec.read, a);
   a->op = doINFILE;
   return MATCH_OK;
 }
 
 bool doINFILE(romweld_arg *a) {
-  const char *path = a->infile.path.c_str();
+  const infile_spec &in_spec = arg_spec<infile_spec>(a);
+  const char *path = in_spec.path.c_str();
   hex_clearErrors();
   FILE *in = std::fopen(path, "rb");
   struct stat st;
@@ -156,17 +214,8 @@ bool doINFILE(romweld_arg *a) {
   if (!x)
     alert_outOfMemory();
 
-  // Address units to bytes, exactly once, with the run's -ADDRESSING unit.
-  ihex_readspec spec = a->infile.spec;
-  const int64_t unit = romweld.addressing ? romweld.addressing : 1;
-  if (spec.hasEnd)
-    spec.end = (spec.end + 1) * unit - 1;
-  if (spec.hasStart)
-    spec.start *= unit;
-  const int64_t offset = static_cast<int64_t>(spec.offset) * unit;
-  spec.offset = static_cast<int32_t>(offset);
-  if (offset != spec.offset) {
-    arg_error(a, "offset (%" PRId64 ") is out of range", offset);
+  ihex_readspec spec;
+  if (!readSpecInBytes(a, in_spec.read, &spec)) {
     std::fclose(in);
     ihex_destroy(x);
     return false;
@@ -176,52 +225,12 @@ bool doINFILE(romweld_arg *a) {
   // already holds unchanged, so an overlap is not held twice.
   ihex_extent placed;
   ihex_readToMerge(x, in, &spec, romweld.hex ? ihex_getImage(romweld.hex) : nullptr, &placed);
-  bool broken = false;
-  for (uint32_t i = 0; i < hex_errorCount(); ++i) {
-    const hex_error e = hex_errorAt(i);
-    switch (e.code) {
-    case EIO:
-      arg_error(a, "problem reading input hex-file (%s)", path);
-      break;
-    case ECHECKSUM:
-      arg_warning(a, "record fails checksum (%s:%u)", path, e.num);
-      continue;
-    case ENOEOF:
-      arg_error(a, "input hex-file (%s) has no EOF record", path);
-      break;
-    case EIPCONFLICT:
-      arg_error(a, "input hex-file (%s:%u) has confliciting IP register records", path, e.num);
-      break;
-    case ECSCONFLICT:
-      arg_error(a, "input hex-file (%s:%u) has confliciting CS register records", path, e.num);
-      break;
-    case EUNKNOWNREC:
-      arg_error(a, "input hexfile (%s:%u) contains an unknown record type (%u)", path, e.num,
-                e.num2);
-      break;
-    case EBADCHAR:
-      arg_error(a, "input hexfile (%s:%u) contains an unexpected character", path, e.num);
-      break;
-    case EREADHEX:
-      arg_error(a, "input hexfile (%s:%u) contains an error", path, e.num);
-      break;
-    case EBELOWZERO:
-      arg_error(a, "offset (%d) would place data in hex-file (%s) at an address < 0",
-                spec.offset, path);
-      break;
-    case EMEMORY:
-      break;
-    default: // the image's refusals too: a file placing one address twice is not expected
-      alert(MSG_INTERNAL);
-      break;
-    }
-    broken = true;
-  }
+  const drain_ctx ctx{a, path, spec.offset};
+  const bool broken = !drain_errors(kReadRows, ctx);
 
   // Start addresses are reconciled before a broken file is dropped: its
   // records still draw their warnings, although the run stops with it.
   const outformat *f = romweld.output.format ? romweld.output.format : outformat_default();
-  const uint32_t mySSA = ihex_getSSA(x), mySLA = ihex_getSLA(x);
   if (ihex_hasSLA(x))
     reconcile(a, &romweld.sla, f->allowSLA, "Start Linear Address", ihex_getSLA(x));
   ihex_clearSLA(x);
@@ -243,43 +252,8 @@ bool doINFILE(romweld_arg *a) {
   if (!romweld.hex) {
     romweld.hex = x;
   } else {
-    ok = ihex_merge(romweld.hex, x, a->infile.forced);
-    for (uint32_t i = 0; i < hex_errorCount(); ++i) {
-      const hex_error e = hex_errorAt(i);
-      switch (e.code) {
-      case ECLASH:
-        arg_error(a, "data in \"%s\" conflicts with existing data at address 0x%" PRIX64, path,
-                  e.addr);
-        break;
-      case EPRESERVED:
-        arg_error(a,
-                  "cannot merge data in \"%s\" at address 0x%" PRIX64
-                  " because existing is preserved",
-                  path, e.addr);
-        break;
-      case ECLOBBERED:
-        alert(MSG_FORCED_CONFLICT, alert_format("%" PRIX64 "h", e.addr).c_str(),
-              noteText(e.note), a->str.c_str());
-        continue;
-      case EIPCONFLICT:
-      case ECSCONFLICT:
-        arg_error(a, "Start Segment Address record (%08X) in \"%s\" conflicts with existing "
-                     "record (%08X)",
-                  mySSA, path, ihex_getSSA(romweld.hex));
-        break;
-      case EEIPCONFLICT:
-        arg_error(a, "Start Linear Address record (%08X) in \"%s\" conflicts with existing "
-                     "record (%08X)",
-                  mySLA, path, ihex_getSLA(romweld.hex));
-        break;
-      case EMEMORY:
-        break;
-      default:
-        alert(MSG_INTERNAL);
-        break;
-      }
-      ok = false;
-    }
+    const bool merged = ihex_merge(romweld.hex, x, in_spec.forced);
+    ok = drain_errors(kMergeRows, ctx) && merged;
     ihex_destroy(x);
   }
   hex_clearErrors();

@@ -13,6 +13,7 @@
 #include "romweld/grammar.h"
 #include "romweld/options.h"
 #include "romweld/settings.h"
+#include "romweld/units.h"
 
 namespace {
 
@@ -39,14 +40,14 @@ bool equalsNumber(romweld_arg *a, const char *rest, const char *what, unsigned m
 
 // --SSA and --SLA share their grammar: a hexadecimal value of up to 4 bytes.
 int parseStartAddress(romweld_arg *a, const char *word, const char *what, argt id,
-                      romweld_op op, uint32_t *value) {
+                      romweld_op op) {
   const char *rest = arg_claimWord(a, word, id);
   if (!rest)
     return MATCH_NONE;
   uint64_t v = 0;
   if (!equalsNumber(a, rest, what, 4, RADIX_16, &v))
     return MATCH_ERROR;
-  *value = static_cast<uint32_t>(v);
+  arg_newSpec<startaddr_spec>(a).value = static_cast<uint32_t>(v);
   a->op = op;
   return MATCH_OK;
 }
@@ -74,8 +75,9 @@ int parseOUTFILE(romweld_arg *a) {
   const char *rest = arg_claimWord(a, "-o", ARGT_OUTFILE);
   if (!rest)
     return MATCH_NONE;
+  outfile_spec &spec = arg_newSpec<outfile_spec>(a);
   if (*rest)
-    a->outpath = rest;
+    spec.path = rest;
   a->op = doOUTFILE;
   return MATCH_OK;
 }
@@ -84,8 +86,9 @@ bool doOUTFILE(romweld_arg *a) {
   if (romweld.output.path)
     arg_warning(a, "output file (%s) respecified", romweld.output.path->c_str());
   // The last -O wins: a named file undoes an earlier bare "-O".
-  romweld.output.path = a->outpath;
-  romweld.output.suppress = !a->outpath;
+  const outfile_spec &spec = arg_spec<outfile_spec>(a);
+  romweld.output.path = spec.path;
+  romweld.output.suppress = !spec.path;
   return true;
 }
 
@@ -111,17 +114,18 @@ int parseFORMAT(romweld_arg *a) {
     return MATCH_ERROR;
   }
   rest += std::strlen(f->name);
-  a->format.format = f;
+  format_spec &spec = arg_newSpec<format_spec>(a);
+  spec.format = f;
   if (*rest == ',') {
     numreq r{a, "maximum data record length", rest + 1, 4, RADIX_DEFAULT_10};
     grammar_number(&r);
     if (r.error)
       return MATCH_ERROR;
-    a->format.hasLength = true;
-    a->format.length = static_cast<uint32_t>(r.value);
+    spec.hasLength = true;
+    spec.length = static_cast<uint32_t>(r.value);
     if (r.value == 0 || r.value > 128) {
       arg_warning(a, "invalid maximum data record length; changing to %u bytes", 16u);
-      a->format.length = 16;
+      spec.length = 16;
     }
     rest = r.end;
   }
@@ -134,15 +138,16 @@ int parseFORMAT(romweld_arg *a) {
 }
 
 bool doFORMAT(romweld_arg *a) {
-  const outformat *f = a->format.format;
+  const format_spec &spec = arg_spec<format_spec>(a);
+  const outformat *f = spec.format;
   if (romweld.output.format && romweld.output.format != f)
     arg_warning(a, "respecified output type; was %s", romweld.output.format->name);
   romweld.output.format = f;
-  if (a->format.hasLength) {
-    if (romweld.output.maxLength != 0 && romweld.output.maxLength != a->format.length)
+  if (spec.hasLength) {
+    if (romweld.output.maxLength != 0 && romweld.output.maxLength != spec.length)
       arg_warning(a, "respecified maximum data record length; was %u bytes",
                   romweld.output.maxLength);
-    romweld.output.maxLength = a->format.length;
+    romweld.output.maxLength = spec.length;
   }
   // Once a variant has refused a start address type, no later choice of
   // variant lets input files bring it back.
@@ -166,15 +171,16 @@ int parseADDRESSING(romweld_arg *a) {
     arg_error(a, "addressing must be > 0 and <= %zd", static_cast<ssize_t>(MAX_ARG_BYTES));
     return MATCH_ERROR;
   }
-  a->addressing = static_cast<uint32_t>(v);
+  arg_newSpec<addressing_spec>(a).unit = static_cast<uint32_t>(v);
   a->op = doADDRESSING;
   return MATCH_OK;
 }
 
 bool doADDRESSING(romweld_arg *a) {
-  if (romweld.addressing != 0 && romweld.addressing != a->addressing)
+  const uint32_t unit = arg_spec<addressing_spec>(a).unit;
+  if (romweld.addressing != 0 && romweld.addressing != unit)
     arg_warning(a, "addressing redefined (was %u)", romweld.addressing);
-  romweld.addressing = a->addressing;
+  romweld.addressing = unit;
   return true;
 }
 
@@ -194,6 +200,7 @@ int parseBREAK(romweld_arg *a) {
     arg_error(a, "break must have a comma-separated list of hexadecimal addresses");
     return MATCH_ERROR;
   }
+  break_spec &spec = arg_newSpec<break_spec>(a);
   for (;;) {
     numreq r{a, "\"address break(s)\"", rest, 8, RADIX_16};
     grammar_number(&r);
@@ -203,7 +210,7 @@ int parseBREAK(romweld_arg *a) {
       arg_error(a, "address breaks must be <= 0x%" PRIX64, BREAK_TOP);
       return MATCH_ERROR;
     }
-    a->breaks.insert(r.value);
+    spec.addrs.insert(r.value);
     rest = r.end;
     if (*rest == '\0')
       break;
@@ -218,12 +225,12 @@ int parseBREAK(romweld_arg *a) {
 }
 
 bool doBREAK(romweld_arg *a) {
-  const uint64_t unit = romweld.addressing ? romweld.addressing : 1;
   hex_clearErrors();
-  for (uint64_t b : a->breaks) {
-    uint64_t addr = b * unit;
-    // A break scaled past the address space is refused like one above it.
-    if ((b != 0 && addr / unit != b) || !ihex_addBreak(romweld.hex, addr)) {
+  for (uint64_t b : arg_spec<break_spec>(a).addrs) {
+    uint64_t addr = 0;
+    if (!units_toBytes(a, "address break", UNITS_START, b, &addr))
+      return false;
+    if (!ihex_addBreak(romweld.hex, addr)) {
       arg_error(a, "address breaks must be <= 0x%" PRIX64, BREAK_TOP);
       return false;
     }
@@ -234,21 +241,21 @@ bool doBREAK(romweld_arg *a) {
 // ---- --SSA and --SLA -------------------------------------------------------------------
 
 int parseSSA(romweld_arg *a) {
-  return parseStartAddress(a, "--ssa", "\"start segment address\"", ARGT_SSA, doSSA, &a->ssa);
+  return parseStartAddress(a, "--ssa", "\"start segment address\"", ARGT_SSA, doSSA);
 }
 
 bool doSSA(romweld_arg *a) {
   return applyStartAddress(a, &romweld.ssa, romweld.output.format->allowSSA,
-                           "Start Segment Address", a->ssa);
+                           "Start Segment Address", arg_spec<startaddr_spec>(a).value);
 }
 
 int parseSLA(romweld_arg *a) {
-  return parseStartAddress(a, "--sla", "\"start linear address\"", ARGT_SLA, doSLA, &a->sla);
+  return parseStartAddress(a, "--sla", "\"start linear address\"", ARGT_SLA, doSLA);
 }
 
 bool doSLA(romweld_arg *a) {
   return applyStartAddress(a, &romweld.sla, romweld.output.format->allowSLA,
-                           "Start Linear Address", a->sla);
+                           "Start Linear Address", arg_spec<startaddr_spec>(a).value);
 }
 
 // ---- -SIZE -------------------------------------------------------------------------------

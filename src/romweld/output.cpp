@@ -72,7 +72,7 @@ bool output_stage() {
   if (toFile) {
     out = atomic_createTemp(&tmp);
     if (!out) {
-      alert(MSG_CANT_OPEN, "temporary hex-file", tmp.c_str());
+      alert<MSG_CANT_OPEN>("temporary hex-file", tmp.c_str());
       return false;
     }
   }
@@ -89,7 +89,7 @@ bool output_stage() {
       // Dropped start addresses were announced when they were discarded.
       if (e.num == IHEX_REASON_NO_SSA || e.num == IHEX_REASON_NO_SLA)
         continue;
-      alert(MSG_NONCONFORMING, rangeReason(e.num), f->name);
+      alert<MSG_NONCONFORMING>(rangeReason(e.num), f->name);
       good = false;
     } else {
       good = false;
@@ -105,7 +105,7 @@ bool output_stage() {
     if (toFile)
       unlink(tmp.c_str()); // the old output stays as it was
     if (writeFailed)
-      alert(MSG_WRITE_ERROR, where); // fatal
+      alert<MSG_WRITE_ERROR>(where); // fatal
     return false;
   }
   if (!toFile)
@@ -115,10 +115,10 @@ bool output_stage() {
   case ATOMIC_OK:
     return true;
   case ATOMIC_WRITE_FAILED:
-    alert(MSG_WRITE_ERROR, where);
+    alert<MSG_WRITE_ERROR>(where);
     return false;
   default:
-    alert(MSG_CANT_CREATE, "output hex-file", where);
+    alert<MSG_CANT_CREATE>("output hex-file", where);
     return true;
   }
 }

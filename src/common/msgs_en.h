@@ -4,11 +4,15 @@
 // conversions of every loaded text are checked. Its version decides which
 // files on disk may replace it: only those named with a version at least
 // this one.
-#include "common/msgfile.h"
+#pragma once
 
-const uint64_t msgs_en_version = 20220703182018ULL;
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
 
-const char msgs_en_text[] = R"MSGS(#
+inline constexpr uint64_t msgs_en_version = 20220703182018ULL;
+
+inline constexpr char msgs_en_text[] = R"MSGS(#
 # romweld English message description file
 #
 # Format of a message line:
@@ -85,4 +89,39 @@ const char msgs_en_text[] = R"MSGS(#
 2082 F can't create temporary file
 )MSGS";
 
-const size_t msgs_en_size = sizeof msgs_en_text - 1;
+inline constexpr size_t msgs_en_size = sizeof msgs_en_text - 1;
+
+// The text of message num in the built-in file, read as the message file
+// parser reads a line (number, blanks, type, one blank, text to the line
+// end); empty when the file does not describe num. Usable at compile time,
+// so a call site can be checked against the text it will print.
+constexpr std::string_view msgs_enText(unsigned num) {
+  // Plain indexing only: library searches are not constant expressions in
+  // every build (the sanitizers' pointer checks).
+  const char *t = msgs_en_text;
+  const size_t n = msgs_en_size;
+  auto blank = [](char c) { return c == ' ' || c == '\t'; };
+  for (size_t at = 0; at < n;) {
+    size_t eol = at;
+    while (eol < n && t[eol] != '\n')
+      ++eol;
+    size_t i = at;
+    at = eol + 1;
+    if (i == eol || t[i] == '#')
+      continue;
+    while (i < eol && blank(t[i]))
+      ++i;
+    unsigned long number = 0;
+    const size_t digits = i;
+    for (; i < eol && t[i] >= '0' && t[i] <= '9'; ++i)
+      number = number * 10 + static_cast<unsigned>(t[i] - '0');
+    if (i == digits || number != num)
+      continue;
+    while (i < eol && blank(t[i]))
+      ++i;
+    while (i < eol && !blank(t[i]))
+      ++i;
+    return i < eol ? std::string_view(t + i + 1, eol - i - 1) : std::string_view();
+  }
+  return {};
+}

@@ -1,0 +1,61 @@
+// Kind data of an argument record: what a parser extracted, one spec record
+// per kind, owned by the argument. A record holds exactly one alternative,
+// the one of its kind, set by its parser and read by its operation; an
+// option file reaches only its own kind through arg_spec<T>. A new option
+// family adds its spec record (fillspec, ckspec, serialspec, stringspec, the
+// mask spec, findspec) as one more alternative here and nothing else.
+// Addresses are kept in address units as typed; operations convert them
+// with the run's unit (units.h).
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <set>
+#include <string>
+#include <variant>
+
+#include "ihex/ihex.h"
+
+struct outformat; // settings.h
+
+// Input file: "[+][r<start>-<end>][s<offset>],path".
+struct infile_spec {
+  std::string path;
+  ihex_readspec read; // range and offset in address units
+  bool forced = false; // '+' prefix
+};
+
+// -O: no path suppresses output.
+struct outfile_spec {
+  std::optional<std::string> path;
+};
+
+// -FORMAT=<name>[,<length>]
+struct format_spec {
+  const outformat *format = nullptr;
+  bool hasLength = false;
+  uint32_t length = 0;
+};
+
+// -ADDRESSING=<unit>
+struct addressing_spec {
+  uint32_t unit = 0;
+};
+
+// -BREAK=<addr>[,<addr>...]: a set, so duplicates merge.
+struct break_spec {
+  std::set<uint64_t> addrs;
+};
+
+// --SLA and --SSA: the record's value.
+struct startaddr_spec {
+  uint32_t value = 0;
+};
+
+// -HELP[=option]: the row in argt_table, or -1 to list every row.
+struct help_spec {
+  int row = -1;
+};
+
+using argspec = std::variant<std::monostate, infile_spec, outfile_spec, format_spec,
+                              addressing_spec, break_spec, startaddr_spec, help_spec>;

@@ -1,0 +1,127 @@
+#include "romweld/drain.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "ihex/hex_errno.h"
+#include "romweld/args.h"
+
+namespace {
+
+std::vector<std::string> g_lines;
+void collect(const char *line) {
+  std::string l(line);
+  if (!l.empty() && l.back() == '\n')
+    l.pop_back();
+  g_lines.push_back(l);
+}
+
+class Drain : public testing::Test {
+protected:
+  void SetUp() override {
+    alert_resetForTests();
+    alert_setSink(collect);
+    g_lines.clear();
+    hex_clearErrors();
+    self.str = "+self.hex";
+    owner.str = "owner.hex";
+  }
+  void TearDown() override {
+    alert_setSink(nullptr);
+    hex_clearErrors();
+  }
+  romweld_arg self, owner;
+};
+
+// The check behind drain_error and drain_warning: a row the compiler refuses.
+constexpr drain_field kAddr[] = {DF_ADDR};
+static_assert(drain_detail::textFits("at 0x%lX", kAddr, 1));
+static_assert(!drain_detail::textFits("at 0x%X", kAddr, 1), "a 64-bit address for %X");
+static_assert(!drain_detail::textFits("at %lX: %m", kAddr, 1), "no system error text");
+static_assert(!drain_detail::textFits("at %lX in %s", kAddr, 1), "a conversion without field");
+
+constexpr drain_row kRows[] = {
+    drain_error(ECLASH, "0x%lX in %s (%d%%)", DF_ADDR, DF_PATH, DF_VALUE),
+    drain_warning(EUNKNOWNREC, "line %u type %02X", DF_NUM, DF_NUM2),
+    drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED),
+    drain_count(EMEMORY),
+    drain_internal(ENULL),
+};
+
+TEST_F(Drain, EachRecordBecomesItsRowWithItsTypedFields) {
+  struct Case {
+    const char *name;
+    void (*record)(const romweld_arg *owner);
+    std::vector<std::string> lines;
+    bool ok;
+  };
+  const Case cases[] = {
+      {"an address above 32 bits, a literal percent and a negative value",
+       [](const romweld_arg *) { hex_setAddrError(ECLASH, 0x123456789ABCDEF0); },
+       {"(1600) \"+self.hex\" argument : 0x123456789ABCDEF0 in in.hex (-8%)"},
+       false},
+      {"warnings and numbered messages let the operation go on",
+       [](const romweld_arg *o) {
+         hex_setUnknownRecord(7, 10);
+         hex_setClobbered(0x10000000F, o);
+       },
+       {"(1601) \"+self.hex\" argument : line 7 type 0A (warning)",
+        "(962) forced data conflict at address 10000000Fh between owner.hex and +self.hex "
+        "(warning)"},
+       true},
+      {"a byte without an owner", [](const romweld_arg *) { hex_setClobbered(0, nullptr); },
+       {"(962) forced data conflict at address 0h between  and +self.hex (warning)"}, true},
+      {"a counted code fails silently, and later records are still issued",
+       [](const romweld_arg *) {
+         hex_setError(EMEMORY);
+         hex_setUnknownRecord(1, 6);
+       },
+       {"(1601) \"+self.hex\" argument : line 1 type 06 (warning)"}, false},
+  };
+  for (const Case &c : cases) {
+    SCOPED_TRACE(c.name);
+    g_lines.clear();
+    hex_clearErrors();
+    c.record(&owner);
+    EXPECT_EQ(drain_errors(kRows, {&self, "in.hex", -8}), c.ok);
+    EXPECT_EQ(g_lines, c.lines);
+  }
+}
+
+TEST_F(Drain, RecordsPastTheBoundAreAnnounced) {
+  // Failing records kept as counts only: the note is an error.
+  for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 2; ++i)
+    hex_setError(EMEMORY);
+  EXPECT_FALSE(drain_errors(kRows, {&self}));
+  EXPECT_EQ(g_lines, std::vector<std::string>{
+                         "(1600) \"+self.hex\" argument : 2 more problems were found but not "
+                         "listed"});
+
+  // Warnings past the bound: the note is a warning and the operation goes on.
+  hex_clearErrors();
+  g_lines.clear();
+  alert_msgControl(962, 1); // keep the hundred thousand kept warnings quiet
+  for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 3; ++i)
+    hex_setClobbered(i, &owner);
+  EXPECT_TRUE(drain_errors(kRows, {&self}));
+  EXPECT_EQ(g_lines, std::vector<std::string>{
+                         "(1601) \"+self.hex\" argument : 3 more problems were found but not "
+                         "listed (warning)"});
+}
+
+TEST_F(Drain, ACodeTheOperationCannotRecordEndsTheTool) {
+  for (uint32_t code : {uint32_t(ENULL), uint32_t(EARG)}) {
+    SCOPED_TRACE(code);
+    EXPECT_EXIT(
+        {
+          alert_setSink(nullptr);
+          hex_setError(code);
+          (void)drain_errors(kRows, {&self});
+        },
+        testing::ExitedWithCode(1), "internal error");
+  }
+}
+
+} // namespace

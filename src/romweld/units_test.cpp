@@ -1,0 +1,73 @@
+#include "romweld/units.h"
+
+#include <gtest/gtest.h>
+
+#include <cstdint>
+
+namespace {
+
+constexpr uint64_t TOP = UINT64_MAX;
+
+TEST(Units, AddressesScaleOrRefuse) {
+  struct Row {
+    units_kind kind;
+    uint64_t value;
+    uint32_t unit;
+    bool fits;
+    uint64_t bytes;
+  };
+  const Row rows[] = {
+      {UNITS_START, 0, 8, true, 0},
+      {UNITS_START, 0x10, 0, true, 0x10}, // unit 0 means bytes
+      {UNITS_START, TOP, 1, true, TOP},
+      {UNITS_START, 0x1FFFFFFFFFFFFFFF, 8, true, 0xFFFFFFFFFFFFFFF8},
+      {UNITS_START, 0x2000000000000000, 8, false, 0},
+      {UNITS_START, 0x8000000000000000, 2, false, 0},
+      {UNITS_END, 0, 8, true, 7},
+      {UNITS_END, 0xFF, 2, true, 0x1FF},
+      {UNITS_END, TOP, 0, true, TOP},
+      {UNITS_END, TOP, 1, true, TOP},
+      {UNITS_END, 0x7FFFFFFFFFFFFFFF, 2, true, TOP},
+      {UNITS_END, 0x8000000000000000, 2, false, 0},
+      {UNITS_END, 0x1FFFFFFFFFFFFFFF, 8, true, TOP},
+      // A unit that would run past the top is refused as a whole.
+      {UNITS_END, 0x5555555555555554, 3, true, 0xFFFFFFFFFFFFFFFE},
+      {UNITS_END, 0x5555555555555555, 3, false, 0},
+      {UNITS_INTERVAL, 3, 8, true, 24},
+      {UNITS_INTERVAL, 0x2000000000000000, 8, false, 0},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(testing::Message() << row.kind << " 0x" << std::hex << row.value << " unit "
+                                    << row.unit);
+    uint64_t bytes = 0xDEAD;
+    EXPECT_EQ(units_scale(row.kind, row.value, row.unit, &bytes), row.fits);
+    EXPECT_EQ(bytes, row.fits ? row.bytes : 0xDEAD) << "a refused value leaves the result alone";
+  }
+}
+
+TEST(Units, OffsetsScaleWithTheirSign) {
+  struct Row {
+    int64_t value;
+    uint32_t unit;
+    bool fits;
+    int64_t bytes;
+  };
+  const Row rows[] = {
+      {0, 8, true, 0},
+      {-1, 0, true, -1},
+      {-1, 8, true, -8},
+      {-0x80000000LL, 8, true, -0x400000000LL},
+      {INT64_MIN / 8, 8, true, INT64_MIN},
+      {INT64_MIN / 8 - 1, 8, false, 0},
+      {INT64_MAX / 8, 8, true, INT64_MAX / 8 * 8},
+      {INT64_MAX / 8 + 1, 8, false, 0},
+  };
+  for (const Row &row : rows) {
+    SCOPED_TRACE(testing::Message() << row.value << " unit " << row.unit);
+    int64_t bytes = 0xDEAD;
+    EXPECT_EQ(units_scaleOffset(row.value, row.unit, &bytes), row.fits);
+    EXPECT_EQ(bytes, row.fits ? row.bytes : 0xDEAD);
+  }
+}
+
+} // namespace
