@@ -177,6 +177,23 @@ TEST_F(ImageTest, MergeDecisionTable) {
 
 // ---- deletion ------------------------------------------------------------
 
+// A merge that clashes on every byte of a large overlap keeps a bounded
+// list: the first clashes with their addresses, the rest only counted,
+// and the overlap still keeps the older data.
+TEST_F(ImageTest, ConflictingMergeKeepsABoundedErrorList) {
+  Image d = newImage(), s = newImage();
+  const uint64_t n = HEX_ERRORS_KEPT + 0x1000;
+  const std::vector<uint8_t> ones(n, 1), twos(n, 2);
+  hex_storeBytes(d.get(), 0x100, ones.data(), n);
+  hex_storeBytes(s.get(), 0x100, twos.data(), n);
+  EXPECT_EQ(copyRows(d.get(), s.get(), 0), 0);
+  EXPECT_EQ(hex_errorCount(), HEX_ERRORS_KEPT);
+  EXPECT_EQ(hex_errorsDropped(), 0x1000u);
+  EXPECT_EQ(hex_errorAt(HEX_ERRORS_KEPT - 1).addr, 0x100 + HEX_ERRORS_KEPT - 1);
+  EXPECT_EQ(hex_errno(), uint32_t(ECLASH));
+  EXPECT_EQ(hex_getBytes(d.get(), 0x100, n), ones);
+}
+
 TEST_F(ImageTest, DeletionRescansBoundsAcrossMissingRows) {
   Image h = newImage();
   const uint8_t two[2] = {1, 2};
