@@ -275,92 +275,79 @@ inline hex_block *dataBlock(hexdata *h, uint64_t row) {
   return b;
 }
 
-// Visits the blocks of rows r0..r1 in ascending order, touching only the
-// directory nodes that exist. fn(block) returns false to stop.
-template <class Fn> bool visitRegionUp(const hex_region *R, uint64_t base, uint64_t r0, uint64_t r1, Fn &fn) {
-  for (unsigned m = midIndex(r0), mEnd = midIndex(r1); m <= mEnd; ++m) {
+// Calls fn(i) for i from lo to hi, ascending or descending; false from fn
+// stops the loop and is returned.
+template <bool Up, class Fn> bool eachIndex(unsigned lo, unsigned hi, Fn fn) {
+  for (unsigned k = 0; k <= hi - lo; ++k)
+    if (!fn(Up ? lo + k : hi - k))
+      return false;
+  return true;
+}
+
+// Visits the blocks of rows r0..r1 of one region (base is its first row) in
+// ascending or descending order, touching only the directory nodes that
+// exist. fn(block) returns false to stop; so does the visit.
+template <bool Up, class Fn>
+bool visitRegion(const hex_region *R, uint64_t base, uint64_t r0, uint64_t r1, Fn &fn) {
+  return eachIndex<Up>(midIndex(r0), midIndex(r1), [&](unsigned m) {
     const hex_mid *M = R->mid[m];
     if (!M)
-      continue;
+      return true;
     const uint64_t mBase = base | uint64_t(m) << 14;
     const unsigned s0 = r0 > mBase ? slotIndex(r0) : 0;
     const unsigned s1 = r1 < (mBase | 0x3FFF) ? slotIndex(r1) : kSlots - 1;
-    for (unsigned s = s0; s <= s1; ++s) {
+    return eachIndex<Up>(s0, s1, [&](unsigned s) {
       const slot_t e = M->slot[s];
       if (!e)
-        continue;
+        return true;
       if (isLone(e)) {
         hex_block *b = loneOf(e);
-        if (b->row >= r0 && b->row <= r1 && !fn(b))
-          return false;
-        continue;
+        return b->row < r0 || b->row > r1 || fn(b);
       }
       const uint64_t sBase = mBase | uint64_t(s) << 6;
       const unsigned k0 = r0 > sBase ? leafIndex(r0) : 0;
       const unsigned k1 = r1 < (sBase | 63) ? leafIndex(r1) : kLeafRows - 1;
-      for (unsigned k = k0; k <= k1; ++k)
-        if (hex_block *b = leafOf(e)->row[k]; b && !fn(b))
-          return false;
-    }
+      return eachIndex<Up>(k0, k1, [&](unsigned k) {
+        hex_block *b = leafOf(e)->row[k];
+        return !b || fn(b);
+      });
+    });
+  });
+}
+
+// Visits the blocks of rows r0..r1 of the whole image in ascending or
+// descending order.
+template <bool Up, class Fn> void eachBlock(const hexdata *h, uint64_t r0, uint64_t r1, Fn fn) {
+  if (r0 > r1)
+    return;
+  auto low = [&] {
+    return !(r0 >> 24 == 0 && h->low) || visitRegion<Up>(h->low, 0, r0, std::min<uint64_t>(r1, 0xFFFFFF), fn);
+  };
+  auto far = [&](const std::pair<const uint64_t, hex_region *> &it) {
+    const uint64_t base = it.first << 24;
+    return visitRegion<Up>(it.second, base, std::max(r0, base), std::min(r1, base | 0xFFFFFF), fn);
+  };
+  const auto from = h->regions.lower_bound(std::max<uint64_t>(r0 >> 24, 1));
+  const auto to = h->regions.upper_bound(r1 >> 24);
+  if (Up) {
+    if (!low())
+      return;
+    for (auto it = from; it != to; ++it)
+      if (!far(*it))
+        return;
+  } else {
+    for (auto it = std::make_reverse_iterator(to); it != std::make_reverse_iterator(from); ++it)
+      if (!far(*it))
+        return;
+    low();
   }
-  return true;
 }
 
 template <class Fn> void eachBlockUp(const hexdata *h, uint64_t r0, uint64_t r1, Fn fn) {
-  if (r0 > r1)
-    return;
-  if (r0 >> 24 == 0 && h->low && !visitRegionUp(h->low, 0, r0, std::min<uint64_t>(r1, 0xFFFFFF), fn))
-    return;
-  for (auto it = h->regions.lower_bound(std::max<uint64_t>(r0 >> 24, 1));
-       it != h->regions.end() && it->first <= r1 >> 24; ++it) {
-    const uint64_t base = it->first << 24;
-    if (!visitRegionUp(it->second, base, std::max(r0, base), std::min(r1, base | 0xFFFFFF), fn))
-      return;
-  }
+  eachBlock<true>(h, r0, r1, fn);
 }
-
-template <class Fn> bool visitRegionDown(const hex_region *R, uint64_t base, uint64_t r0, uint64_t r1, Fn &fn) {
-  for (unsigned m = midIndex(r1) + 1, mEnd = midIndex(r0); m-- > mEnd;) {
-    const hex_mid *M = R->mid[m];
-    if (!M)
-      continue;
-    const uint64_t mBase = base | uint64_t(m) << 14;
-    const unsigned s0 = r0 > mBase ? slotIndex(r0) : 0;
-    const unsigned s1 = r1 < (mBase | 0x3FFF) ? slotIndex(r1) : kSlots - 1;
-    for (unsigned s = s1 + 1; s-- > s0;) {
-      const slot_t e = M->slot[s];
-      if (!e)
-        continue;
-      if (isLone(e)) {
-        hex_block *b = loneOf(e);
-        if (b->row >= r0 && b->row <= r1 && !fn(b))
-          return false;
-        continue;
-      }
-      const uint64_t sBase = mBase | uint64_t(s) << 6;
-      const unsigned k0 = r0 > sBase ? leafIndex(r0) : 0;
-      const unsigned k1 = r1 < (sBase | 63) ? leafIndex(r1) : kLeafRows - 1;
-      for (unsigned k = k1 + 1; k-- > k0;)
-        if (hex_block *b = leafOf(e)->row[k]; b && !fn(b))
-          return false;
-    }
-  }
-  return true;
-}
-
 template <class Fn> void eachBlockDown(const hexdata *h, uint64_t r0, uint64_t r1, Fn fn) {
-  if (r0 > r1)
-    return;
-  for (auto it = h->regions.upper_bound(r1 >> 24); it != h->regions.begin();) {
-    --it;
-    if (it->first < std::max<uint64_t>(r0 >> 24, 1))
-      break;
-    const uint64_t base = it->first << 24;
-    if (!visitRegionDown(it->second, base, std::max(r0, base), std::min(r1, base | 0xFFFFFF), fn))
-      return;
-  }
-  if (r0 >> 24 == 0 && h->low)
-    visitRegionDown(h->low, 0, r0, std::min<uint64_t>(r1, 0xFFFFFF), fn);
+  eachBlock<false>(h, r0, r1, fn);
 }
 
 // The columns of a row that an address range start..end covers.
