@@ -174,5 +174,8 @@ int main(int argc, char **argv) {
   // unrecognised or malformed argument, or any error so far, reads no file.
   if (!args_addList(unconsumed) || alert_errorReached())
     return 1;
-  return process(1) ? 0 : 1;
+  // An error that did not stop the run (a message file may make an error
+  // of a message that is fatal in the built-in file) still fails it.
+  const bool ok = process(1);
+  return ok && !alert_errorReached() ? 0 : 1;
 }
