@@ -66,15 +66,18 @@ const globalOption *findGlobalOption(const char *text) {
 
 void printUsage(const globalOption &o) {
   usage_printBlock(o.name, o.help, o.usage, o.example);
+  usage_flushStdout();
 }
 
 void printHelp() {
   version_print();
-  std::fflush(stdout);
+  // The banner comes before messages 1032 and 1033 on a shared terminal.
+  usage_flushStdout();
   alert(1032);
   alert(1033);
   for (const globalOption &o : globalOptions)
     usage_printLine(o.name, o.help);
+  usage_flushStdout();
 }
 
 void malformed(const std::string &arg) {
@@ -119,8 +122,7 @@ int main(int argc, char **argv) {
       // Debug tracing is not built; the option is accepted and ignored.
     } else if (equals(arg, "--ver")) {
       version_print();
-      std::fflush(stdout);
-      std::exit(0);
+      std::exit(usage_flushStdout() ? 0 : 1);
     } else if (equals(arg, "-help") || equals(arg, "-help=")) {
       printHelp();
       unconsumed.push_back(arg); // the argument table's help follows
@@ -172,8 +174,10 @@ int main(int argc, char **argv) {
 
   // Every other argument becomes an argument record; a run with any
   // unrecognised or malformed argument, or any error so far, reads no file.
-  if (!args_addList(unconsumed) || alert_errorReached())
+  if (!args_addList(unconsumed) || alert_errorReached()) {
+    usage_flushStdout(); // the usage block of a malformed option
     return 1;
+  }
   // An error that did not stop the run (a message file may make an error
   // of a message that is fatal in the built-in file) still fails it.
   const bool ok = process(1);

@@ -13,6 +13,7 @@
 #include "romweld/grammar.h"
 #include "romweld/options.h"
 #include "romweld/settings.h"
+#include "romweld/usage.h"
 
 namespace {
 
@@ -269,7 +270,7 @@ int parseSIZE(romweld_arg *a) {
 bool doSIZE(romweld_arg *) {
   const uint64_t n = romweld.hex ? hex_getByteCount(ihex_getImage(romweld.hex)) : 0;
   std::printf("Total data: %" PRIu64 " (%" PRIX64 "h) bytes\n", n, n);
-  return true;
+  return usage_flushStdout();
 }
 
 // ---- -LOGFILE ----------------------------------------------------------------------------
