@@ -98,7 +98,8 @@ void newHandler() { alert_outOfMemory(); }
 int main(int argc, char **argv) {
   std::set_new_handler(newHandler);
   const char *programPath = argc > 0 && argv[0] ? argv[0] : "romweld";
-  std::vector<std::string> args = cmdline_build(argc, argv);
+  bool complete = true;
+  std::vector<std::string> args = cmdline_build(argc, argv, &complete);
 
   // Legacy mode is not part of this build: its switch is an unknown option.
   for (const std::string &a : args) {
@@ -174,7 +175,9 @@ int main(int argc, char **argv) {
 
   // Every other argument becomes an argument record; a run with any
   // unrecognised or malformed argument, or any error so far, reads no file.
-  if (!args_addList(unconsumed) || alert_errorReached()) {
+  // A command file that was not expanded whole fails the run whatever kind
+  // a message file gives message 1600.
+  if (!args_addList(unconsumed) || alert_errorReached() || !complete) {
     usage_flushStdout(); // the usage block of a malformed option
     return 1;
   }
