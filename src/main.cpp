@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <strings.h>
 #include <vector>
@@ -91,12 +90,10 @@ bool hasValue(const std::string &arg, size_t eq) {
   return arg.size() > eq + 1 && arg[eq] == '=';
 }
 
-void newHandler() { alert_outOfMemory(); }
-
 } // namespace
 
 int main(int argc, char **argv) {
-  std::set_new_handler(newHandler);
+  alert_catchOutOfMemory();
   const char *programPath = argc > 0 && argv[0] ? argv[0] : "romweld";
   bool complete = true;
   std::vector<std::string> args = cmdline_build(argc, argv, &complete);
