@@ -83,14 +83,14 @@ namespace {
 // Fixed slots, so that the signal handler never meets a container in the
 // middle of growing. A run holds a handful of temporaries at a time.
 constexpr size_t MAX_TEMPS = 64;
+// Only the process that registered a path removes it: a forked child that
+// exits must not take its parent's temporaries along.
 struct endSlot {
   std::atomic<char *> path{nullptr};
   std::atomic<bool> dir{false};
+  std::atomic<pid_t> owner{0};
 };
 endSlot g_slots[MAX_TEMPS];
-// Only the process that registered the paths removes them: a forked child
-// that exits must not take its parent's temporaries along.
-std::atomic<pid_t> g_owner{0};
 
 const int END_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
 
@@ -136,11 +136,13 @@ void removeDir(const char *path) {
   rmdir(path);
 }
 
-// Async-signal-safe: atomics, unlink, rmdir and the calls of removeDir.
-void removeRegistered() {
-  if (getpid() != g_owner.load())
-    return;
+// Async-signal-safe unless freeCopies: atomics, unlink, rmdir and the
+// calls of removeDir.
+void removeRegistered(bool freeCopies) {
+  const pid_t self = getpid();
   for (endSlot &s : g_slots) {
+    if (s.owner.load() != self)
+      continue;
     char *p = s.path.exchange(nullptr);
     if (!p)
       continue;
@@ -148,20 +150,20 @@ void removeRegistered() {
       removeDir(p);
     else
       unlink(p);
-    // The copy is not freed: this runs in signal handlers and at exit.
+    if (freeCopies)
+      delete[] p;
   }
 }
 
 void onEndSignal(int) { os_endNow(1); }
 
-void removeAtExit() { removeRegistered(); }
+void removeAtExit() { removeRegistered(true); }
 
 void installHandlers() {
   static bool installed = false;
   if (installed)
     return;
   installed = true;
-  g_owner.store(getpid());
   std::atexit(removeAtExit);
   for (int sig : END_SIGNALS) {
     struct sigaction old;
@@ -184,6 +186,7 @@ void registerPath(const std::string &path, bool dir) {
   for (endSlot &s : g_slots) {
     if (s.path.load() == nullptr) {
       s.dir.store(dir);
+      s.owner.store(getpid());
       s.path.store(copy);
       return;
     }
@@ -239,6 +242,6 @@ void os_removeTemp(const std::string &tmp) {
 }
 
 void os_endNow(int status) {
-  removeRegistered();
+  removeRegistered(false);
   _exit(status);
 }
