@@ -3,7 +3,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 #include <utility>
 
 #include "common/alert.h"
@@ -20,6 +22,7 @@ struct builder {
   std::string programPath;
   std::vector<std::string> out;
   std::vector<fileId> open; // command files being expanded, outermost first
+  bool complete = true;     // every command file gave all of its words
 
   void add(const std::string &arg);
   bool expand(const std::string &arg);
@@ -58,17 +61,27 @@ bool builder::expand(const std::string &arg) {
     if (o == id) {
       std::fclose(fp);
       alert<1600>(arg.c_str(), "command file includes itself");
+      complete = false;
       return true;
     }
   }
   if (open.size() >= CMDLINE_MAX_DEPTH) {
     std::fclose(fp);
     alert<1600>(arg.c_str(), "command files nested more than 16 deep");
+    complete = false;
     return true;
   }
   std::string text;
-  readAll(fp, text, programPath);
+  const bool read = readAll(fp, text, programPath);
+  const int readErrno = errno;
   std::fclose(fp);
+  if (!read) {
+    // Part of a command file would silently shorten the argument list.
+    alert<1600>(arg.c_str(),
+          alert_format("read error in command file (%s)", std::strerror(readErrno)).c_str());
+    complete = false;
+    return true;
+  }
   open.push_back(id);
   for (const std::string &w : cmdline_splitWords(text))
     add(w);
@@ -152,11 +165,13 @@ std::vector<std::string> cmdline_splitWords(const std::string &text) {
   return words;
 }
 
-std::vector<std::string> cmdline_build(int argc, const char *const *argv) {
+std::vector<std::string> cmdline_build(int argc, const char *const *argv, bool *complete) {
   builder b;
   b.programPath = argc > 0 && argv[0] ? argv[0] : "romweld";
   for (int i = 1; i < argc; ++i)
     if (argv[i])
       b.add(argv[i]);
+  if (complete)
+    *complete = b.complete;
   return std::move(b.out);
 }

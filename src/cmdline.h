@@ -2,8 +2,8 @@
 // become a flat list of strings. Empty arguments are dropped; "@file"
 // arguments naming a readable file are replaced by that command file's
 // words (which may name further command files); backslash escapes are
-// resolved. Problems (over-long words, command files that include
-// themselves or nest too deeply) are reported as numbered messages.
+// resolved. Problems (over-long words, command files that cannot be read,
+// include themselves or nest too deeply) are reported as numbered messages.
 #pragma once
 
 #include <string>
@@ -14,7 +14,11 @@ constexpr size_t CMDLINE_MAX_WORD = 2047;
 // Deepest nesting of command files.
 constexpr unsigned CMDLINE_MAX_DEPTH = 16;
 
-std::vector<std::string> cmdline_build(int argc, const char *const *argv);
+// *complete (when given) becomes false when a command file could not be
+// expanded whole (a read error, a file that includes itself, nesting too
+// deep); each such file was reported with message 1600.
+std::vector<std::string> cmdline_build(int argc, const char *const *argv,
+                                       bool *complete = nullptr);
 
 // The words of command-file text, before escape resolution of whole
 // arguments (for tests and for cmdline_build).

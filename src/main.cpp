@@ -4,7 +4,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <new>
 #include <string>
 #include <strings.h>
 #include <vector>
@@ -66,15 +65,18 @@ const globalOption *findGlobalOption(const char *text) {
 
 void printUsage(const globalOption &o) {
   usage_printBlock(o.name, o.help, o.usage, o.example);
+  usage_flushStdout();
 }
 
 void printHelp() {
   version_print();
-  std::fflush(stdout);
+  // The banner comes before messages 1032 and 1033 on a shared terminal.
+  usage_flushStdout();
   alert<1032>();
   alert<1033>();
   for (const globalOption &o : globalOptions)
     usage_printLine(o.name, o.help);
+  usage_flushStdout();
 }
 
 void malformed(const std::string &arg) {
@@ -88,14 +90,13 @@ bool hasValue(const std::string &arg, size_t eq) {
   return arg.size() > eq + 1 && arg[eq] == '=';
 }
 
-void newHandler() { alert_outOfMemory(); }
-
 } // namespace
 
 int main(int argc, char **argv) {
-  std::set_new_handler(newHandler);
+  alert_catchOutOfMemory();
   const char *programPath = argc > 0 && argv[0] ? argv[0] : "romweld";
-  std::vector<std::string> args = cmdline_build(argc, argv);
+  bool complete = true;
+  std::vector<std::string> args = cmdline_build(argc, argv, &complete);
 
   // Legacy mode is not part of this build: its switch is an unknown option.
   for (const std::string &a : args) {
@@ -119,8 +120,7 @@ int main(int argc, char **argv) {
       // Debug tracing is not built; the option is accepted and ignored.
     } else if (equals(arg, "--ver")) {
       version_print();
-      std::fflush(stdout);
-      std::exit(0);
+      std::exit(usage_flushStdout() ? 0 : 1);
     } else if (equals(arg, "-help") || equals(arg, "-help=")) {
       printHelp();
       unconsumed.push_back(arg); // the argument table's help follows
@@ -172,7 +172,14 @@ int main(int argc, char **argv) {
 
   // Every other argument becomes an argument record; a run with any
   // unrecognised or malformed argument, or any error so far, reads no file.
-  if (!args_addList(unconsumed) || alert_errorReached())
+  // A command file that was not expanded whole fails the run whatever kind
+  // a message file gives message 1600.
+  if (!args_addList(unconsumed) || alert_errorReached() || !complete) {
+    usage_flushStdout(); // the usage block of a malformed option
     return 1;
-  return process(1) ? 0 : 1;
+  }
+  // An error that did not stop the run (a message file may make an error
+  // of a message that is fatal in the built-in file) still fails it.
+  const bool ok = process(1);
+  return ok && !alert_errorReached() ? 0 : 1;
 }

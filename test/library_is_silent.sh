@@ -1,12 +1,37 @@
 #!/bin/sh
-# The image library records error codes and never prints: no diagnostic may
-# reach standard output or standard error from src/ihex. Writing HEX text to
-# a stream the caller opened is the writer's job and is allowed.
-cd "$(dirname "$0")/../src/ihex" || exit 2
-hits=$(grep -nE '\b(printf|puts|perror|std::cout|std::cerr|stdout|stderr)\b' $(ls *.cpp *.h | grep -v '_test\.cpp$'))
+# The image library records error codes and never prints or ends the
+# process: no object file of the built library may call a function that
+# prints, reach standard output or standard error, call the message
+# service, or exit. The one out-of-memory path (alert_outOfMemory) and the
+# assertion (check_failed) are its only ways out. Writing HEX text with
+# fwrite/fflush to a stream the caller passed is the writer's job.
+# Usage: library_is_silent.sh path/to/libromweld_ihex.a
+lib=$1
+[ -f "$lib" ] || { echo "no library at \"$lib\""; exit 2; }
+undefined=$(nm -u -P "$lib") || exit 2
+hits=$(printf '%s\n' "$undefined" | awk '
+  BEGIN {
+    n = split("printf fprintf vprintf vfprintf dprintf vdprintf " \
+              "__printf_chk __fprintf_chk __vprintf_chk __vfprintf_chk __dprintf_chk " \
+              "puts fputs putc fputc putchar puts_unlocked fputs_unlocked putc_unlocked " \
+              "fputc_unlocked putchar_unlocked perror psignal psiginfo syslog vsyslog " \
+              "err errx verr verrx warn warnx vwarn vwarnx error error_at_line " \
+              "stdout stderr _ZSt4cout _ZSt4cerr _ZSt4clog _ZSt5wcout _ZSt5wcerr _ZSt5wclog " \
+              "exit _exit _Exit quick_exit abort __assert_fail _ZSt9terminatev " \
+              "_Z7version_printv", names, " ")
+    for (i = 1; i <= n; i++) banned[names[i]] = 1
+  }
+  /:$/ { object = $1; next }
+  {
+    sym = $1
+    sub(/@.*/, "", sym)
+    # The message service prints: only its out-of-memory path is allowed.
+    if (banned[sym] || (sym ~ /^_Z[0-9]+alert/ && sym != "_Z17alert_outOfMemoryv"))
+      print object " " sym
+  }')
 if [ -n "$hits" ]; then
-  echo "the image library prints:"
+  echo "the image library prints or exits:"
   echo "$hits"
   exit 1
 fi
-echo "no printing in the image library"
+echo "no printing or exiting in $(basename "$lib")"

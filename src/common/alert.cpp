@@ -4,11 +4,16 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <exception>
 #include <map>
 #include <new>
+#include <stdexcept>
+#include <unistd.h>
 #include <vector>
 
+#include "common/check.h"
 #include "common/msgfile.h"
+#include "common/osdep.h"
 
 namespace {
 
@@ -440,11 +445,45 @@ std::string alert_format(const char *fmt, ...) {
   return s;
 }
 
+namespace {
+
+// Reporting may itself need memory (a first message loads the message
+// file). A second failure must not loop back: it ends the run with a fixed
+// line, after removing the run's temporaries.
+[[noreturn]] void outOfMemoryAgain() {
+  static const char line[] = "out of memory\n";
+  if (write(STDERR_FILENO, line, sizeof line - 1) < 0) {
+  }
+  os_endNow(1);
+}
+
+void newHandler() { alert_outOfMemory(); }
+
+[[noreturn]] void onTerminate() {
+  if (std::exception_ptr e = std::current_exception()) {
+    try {
+      std::rethrow_exception(e);
+    } catch (const std::bad_alloc &) {
+      alert_outOfMemory();
+    } catch (const std::length_error &) {
+      alert_outOfMemory();
+    } catch (...) {
+    }
+  }
+  check_failed("no uncaught exception", __FILE__, __LINE__);
+}
+
+} // namespace
+
 void alert_outOfMemory() {
-  // A second failure while reporting must not loop back here.
-  std::set_new_handler(nullptr);
+  std::set_new_handler(outOfMemoryAgain);
   alert<296>();
   std::exit(1); // 296 is fatal in the built-in file; a file may not make it less
+}
+
+void alert_catchOutOfMemory() {
+  std::set_new_handler(newHandler);
+  std::set_terminate(onTerminate);
 }
 
 void alert_resetForTests() {

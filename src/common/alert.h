@@ -70,6 +70,11 @@ std::string alert_vformat(const char *fmt, va_list ap);
 // The one path by which the library layers may end the process: fatal
 // message 296 "out of memory".
 [[noreturn]] void alert_outOfMemory();
+// Sends every way memory can run out to alert_outOfMemory: the new-handler,
+// and an uncaught std::bad_alloc or std::length_error (a size beyond what
+// can be allocated). Any other uncaught exception is an internal error
+// reported like a failed assertion. Nothing ends through abort.
+void alert_catchOutOfMemory();
 
 // Runs once, lazily, on first use of the service: reads ZKC_ERR_FORMAT,
 // ZKC_WARN_FORMAT and ZKC_MSG_FORMAT, then loads the English message file.

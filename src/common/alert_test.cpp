@@ -6,6 +6,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -221,6 +223,22 @@ TEST_F(Alert, ObserverSeesPrintedMessagesOnly) {
 TEST_F(Alert, OutOfMemoryIsFatal296) {
   alert_setSink(nullptr);
   EXPECT_EXIT(alert_outOfMemory(), ::testing::ExitedWithCode(1), "^\\(296\\) out of memory\n$");
+}
+
+// An exception nobody catches ends the run through a message, never abort:
+// allocation failures as 296, anything else as an internal error.
+template <class E> void raise() { throw E("x"); }
+template <> void raise<std::bad_alloc>() { throw std::bad_alloc(); }
+template <class E> void uncaught() noexcept { raise<E>(); }
+
+TEST_F(Alert, UncaughtExceptionsEndThroughMessages) {
+  alert_setSink(nullptr);
+  alert_catchOutOfMemory();
+  EXPECT_EXIT(uncaught<std::bad_alloc>(), ::testing::ExitedWithCode(1), "\\(296\\) out of memory");
+  EXPECT_EXIT(uncaught<std::length_error>(), ::testing::ExitedWithCode(1), "\\(296\\) out of memory");
+  EXPECT_EXIT(uncaught<std::runtime_error>(), ::testing::ExitedWithCode(1), "assertion");
+  std::set_new_handler(nullptr);
+  std::set_terminate(nullptr);
 }
 
 } // namespace

@@ -1,127 +1,200 @@
 #include "common/atomicfile.h"
 
 #include <cerrno>
+#include <climits>
 #include <cstdlib>
 #include <fcntl.h>
-#include <memory>
+#include <linux/magic.h>
 #include <sys/stat.h>
+#include <sys/vfs.h>
 #include <unistd.h>
+#include <vector>
+
+#include "common/osdep.h"
+
+struct atomic_file {
+  FILE *fp = nullptr;
+  std::string target; // the final target, links followed
+  std::string tmp;    // empty when the target is written straight to
+  bool keepAtExit = false;
+};
 
 namespace {
 
-std::string tempDir() {
-  const char *t = std::getenv("TMPDIR");
-  return t && *t ? t : "/tmp";
+// Longest chain of links followed before giving up, as the system does.
+constexpr int MAX_LINKS = 40;
+
+struct resolved {
+  std::string path;
+  bool direct = false;     // written straight to, never replaced
+  bool descriptor = false; // a link that names an open file
+};
+
+// A link in /proc (/dev/stdout leads to /proc/self/fd/1) names an open
+// file, not a place in a directory: there is nothing beside it to rename.
+bool isDescriptorLink(const std::string &link) {
+  struct statfs fs;
+  return statfs(os_dirname(link).c_str(), &fs) == 0 && fs.f_type == PROC_SUPER_MAGIC;
 }
 
-std::string dirOf(const std::string &path) {
-  const size_t slash = path.find_last_of('/');
-  if (slash == std::string::npos)
-    return ".";
-  return slash == 0 ? "/" : path.substr(0, slash);
+// Follows links from dest to the file they finally name. False with errno
+// ELOOP when the chain does not end. A target that cannot be looked at is
+// taken as new: creating the file beside it reports why.
+bool resolve(const std::string &dest, resolved *r) {
+  std::string p = dest;
+  for (int hops = 0; hops < MAX_LINKS; ++hops) {
+    struct stat st;
+    if (lstat(p.c_str(), &st) != 0) {
+      r->path = p;
+      return true;
+    }
+    if (!S_ISLNK(st.st_mode)) {
+      r->path = p;
+      r->direct = !S_ISREG(st.st_mode) && !S_ISDIR(st.st_mode);
+      return true;
+    }
+    if (isDescriptorLink(p)) {
+      r->path = dest;
+      r->direct = r->descriptor = true;
+      return true;
+    }
+    char buf[PATH_MAX];
+    const ssize_t n = readlink(p.c_str(), buf, sizeof buf);
+    if (n < 0) {
+      r->path = p;
+      return true;
+    }
+    const std::string to(buf, static_cast<size_t>(n));
+    p = to[0] == '/' ? to : os_join(os_dirname(p), to);
+  }
+  errno = ELOOP;
+  return false;
 }
 
-mode_t defaultMode() {
+mode_t newFileMode() {
   const mode_t mask = umask(0);
   umask(mask);
   return 0666 & ~mask;
 }
 
-// Copies the whole of file `from` into the open descriptor `to`.
-atomic_result copyInto(const std::string &from, int to) {
-  const int in = open(from.c_str(), O_RDONLY | O_CLOEXEC);
-  if (in < 0)
-    return ATOMIC_CREATE_FAILED;
-  constexpr size_t BLOCK = size_t(1) << 20;
-  std::unique_ptr<char[]> buf(new char[BLOCK]);
-  atomic_result r = ATOMIC_OK;
-  for (;;) {
-    ssize_t n = read(in, buf.get(), BLOCK);
-    if (n < 0 && errno == EINTR)
-      continue;
-    if (n < 0) {
-      r = ATOMIC_WRITE_FAILED;
-      break;
-    }
-    if (n == 0)
-      break;
-    for (ssize_t done = 0; done < n;) {
-      ssize_t w = write(to, buf.get() + done, static_cast<size_t>(n - done));
-      if (w < 0 && errno == EINTR)
-        continue;
-      if (w <= 0) {
-        close(in);
-        return ATOMIC_WRITE_FAILED;
-      }
-      done += w;
+// Temporaries still open: at normal exit those kept at exit are put in
+// place and the others removed. Never destroyed, as exit handlers run after
+// static destructors may have started.
+std::vector<atomic_file *> &pending() {
+  static auto *files = new std::vector<atomic_file *>;
+  return *files;
+}
+
+void forgetPending(atomic_file *f) {
+  auto &v = pending();
+  for (size_t i = 0; i < v.size(); ++i) {
+    if (v[i] == f) {
+      v[i] = v.back();
+      v.pop_back();
+      return;
     }
   }
-  close(in);
-  return r;
+}
+
+void finishAtExit() {
+  auto &v = pending();
+  while (!v.empty()) {
+    atomic_file *f = v.back();
+    if (f->keepAtExit)
+      atomic_commit(f);
+    else
+      atomic_discard(f);
+  }
+}
+
+void addPending(atomic_file *f) {
+  // Registered after the first temporary, so this runs before the
+  // registry's own exit handler removes what is left.
+  static bool registered = false;
+  if (!registered)
+    registered = std::atexit(finishAtExit) == 0;
+  pending().push_back(f);
 }
 
 } // namespace
 
-FILE *atomic_createTemp(std::string *path) {
-  *path = tempDir() + "/romweldXXXXXX";
-  const int fd = mkostemp(path->data(), O_CLOEXEC);
-  if (fd < 0)
+atomic_file *atomic_open(const std::string &dest, bool keepAtExit, std::string *tried) {
+  resolved r;
+  if (!resolve(dest, &r)) {
+    *tried = dest;
     return nullptr;
-  FILE *f = fdopen(fd, "w");
-  if (!f) {
+  }
+  auto *f = new atomic_file;
+  f->target = r.path;
+  f->keepAtExit = keepAtExit;
+  int fd;
+  if (r.direct) {
+    *tried = dest;
+    // Through a descriptor, what was written before stays in front.
+    fd = open(dest.c_str(), O_WRONLY | O_CLOEXEC | (r.descriptor ? O_APPEND : 0));
+  } else {
+    f->tmp = os_join(os_dirname(r.path), ".romweld-XXXXXX");
+    fd = os_makeTempFile(&f->tmp);
+    *tried = f->tmp;
+  }
+  if (fd >= 0 && !(f->fp = fdopen(fd, "w"))) {
     const int e = errno;
     close(fd);
-    unlink(path->c_str());
+    if (!f->tmp.empty())
+      os_removeTemp(f->tmp);
+    fd = -1;
     errno = e;
   }
+  if (fd < 0) {
+    const int e = errno;
+    delete f;
+    errno = e;
+    return nullptr;
+  }
+  if (!f->tmp.empty())
+    addPending(f);
   return f;
 }
 
-atomic_result atomic_replace(const std::string &tmp, const std::string &dest) {
+FILE *atomic_stream(const atomic_file *f) { return f->fp; }
+
+atomic_result atomic_commit(atomic_file *f) {
+  forgetPending(f);
+  bool wrote = std::fflush(f->fp) == 0 && !std::ferror(f->fp);
+  if (f->tmp.empty()) {
+    wrote = std::fclose(f->fp) == 0 && wrote;
+    delete f;
+    return wrote ? ATOMIC_OK : ATOMIC_WRITE_FAILED;
+  }
+  // The mode is set before the rename, so the text never shows under the
+  // target's name with the temporary's private mode.
+  const int fd = fileno(f->fp);
   struct stat st;
-  const bool exists = stat(dest.c_str(), &st) == 0;
-  atomic_result r = ATOMIC_OK;
-
-  if (exists && !S_ISREG(st.st_mode)) {
-    // Devices and pipes are written, not replaced: "-O/dev/null" must not
-    // turn the device into a regular file.
-    const int fd = open(dest.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    if (fd < 0) {
-      r = ATOMIC_CREATE_FAILED;
-    } else {
-      r = copyInto(tmp, fd);
-      if (close(fd) != 0 && r == ATOMIC_OK)
-        r = ATOMIC_WRITE_FAILED;
+  if (stat(f->target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+    // Owner first: changing it clears set-user-ID bits the mode restores.
+    // Where the owner cannot be given away, the mode still follows.
+    if (fchown(fd, st.st_uid, st.st_gid) != 0) {
     }
-    unlink(tmp.c_str());
-    return r;
+    fchmod(fd, st.st_mode & 07777);
+  } else {
+    fchmod(fd, newFileMode());
   }
-
-  const mode_t mode = exists ? (st.st_mode & 07777) : defaultMode();
-  chmod(tmp.c_str(), mode);
-  if (rename(tmp.c_str(), dest.c_str()) == 0)
-    return ATOMIC_OK;
-  if (errno != EXDEV) {
-    unlink(tmp.c_str());
-    return ATOMIC_CREATE_FAILED;
-  }
-
-  // Another filesystem: a copy beside the destination, then a rename there.
-  std::string beside = dirOf(dest) + "/.romweldXXXXXX";
-  const int fd = mkostemp(beside.data(), O_CLOEXEC);
-  if (fd < 0) {
-    unlink(tmp.c_str());
-    return ATOMIC_CREATE_FAILED;
-  }
-  r = copyInto(tmp, fd);
-  if (r == ATOMIC_OK && fchmod(fd, mode) != 0)
-    r = ATOMIC_CREATE_FAILED;
-  if (close(fd) != 0 && r == ATOMIC_OK)
+  wrote = std::fclose(f->fp) == 0 && wrote;
+  atomic_result r = ATOMIC_OK;
+  if (!wrote)
     r = ATOMIC_WRITE_FAILED;
-  if (r == ATOMIC_OK && rename(beside.c_str(), dest.c_str()) != 0)
+  else if (!os_renameTemp(f->tmp, f->target))
     r = ATOMIC_CREATE_FAILED;
   if (r != ATOMIC_OK)
-    unlink(beside.c_str());
-  unlink(tmp.c_str());
+    os_removeTemp(f->tmp);
+  delete f;
   return r;
+}
+
+void atomic_discard(atomic_file *f) {
+  forgetPending(f);
+  std::fclose(f->fp);
+  if (!f->tmp.empty())
+    os_removeTemp(f->tmp);
+  delete f;
 }

@@ -1,13 +1,19 @@
 #include "common/osdep.h"
 
 #include <dirent.h>
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <cerrno>
 #include <climits>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
+
+#include "common/check.h"
 
 std::string os_selfExePath() {
   char buf[PATH_MAX + 1];
@@ -70,34 +76,172 @@ std::optional<std::vector<std::string>> os_listDir(const std::string &dir) {
   return names;
 }
 
+// ---- the registry of paths removed when the process ends ---------------------
+
 namespace {
-std::vector<std::string> &tempDirs() {
-  // Never destroyed: the exit handler runs after static destructors may
-  // have started.
-  static auto *dirs = new std::vector<std::string>;
-  return *dirs;
+
+// Fixed slots, so that the signal handler never meets a container in the
+// middle of growing. A run holds a handful of temporaries at a time.
+constexpr size_t MAX_TEMPS = 64;
+// Only the process that registered a path removes it: a forked child that
+// exits must not take its parent's temporaries along.
+struct endSlot {
+  std::atomic<char *> path{nullptr};
+  std::atomic<bool> dir{false};
+  std::atomic<pid_t> owner{0};
+};
+endSlot g_slots[MAX_TEMPS];
+
+const int END_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
+
+// Holds back the end signals while the registry and the file system are
+// changed together, so a temporary never exists unregistered.
+struct holdSignals {
+  sigset_t old;
+  holdSignals() {
+    sigset_t set;
+    sigemptyset(&set);
+    for (int s : END_SIGNALS)
+      sigaddset(&set, s);
+    sigprocmask(SIG_BLOCK, &set, &old);
+  }
+  ~holdSignals() { sigprocmask(SIG_SETMASK, &old, nullptr); }
+};
+
+// Empties a flat directory and removes it; async-signal-safe. Entries are
+// removed while the directory is read, so it is read again until a pass
+// finds nothing left (bounded: nothing else adds to a private directory).
+void removeDir(const char *path) {
+  for (int pass = 0; pass < 4; ++pass) {
+    const int fd = open(path, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (fd < 0)
+      break;
+    bool removed = false;
+    alignas(struct dirent64) char buf[4096];
+    ssize_t n;
+    while ((n = getdents64(fd, buf, sizeof buf)) > 0) {
+      for (ssize_t off = 0; off < n;) {
+        const auto *e = reinterpret_cast<const struct dirent64 *>(buf + off);
+        off += e->d_reclen;
+        const char *name = e->d_name;
+        if (name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
+          continue;
+        removed |= unlinkat(fd, name, 0) == 0;
+      }
+    }
+    close(fd);
+    if (!removed)
+      break;
+  }
+  rmdir(path);
 }
 
-// Only flat directories are made here, so one level of removal suffices.
-void removeTempDirs() {
-  for (const std::string &dir : tempDirs()) {
-    if (auto names = os_listDir(dir))
-      for (const std::string &n : *names)
-        unlink(os_join(dir, n).c_str());
-    rmdir(dir.c_str());
+// Async-signal-safe unless freeCopies: atomics, unlink, rmdir and the
+// calls of removeDir.
+void removeRegistered(bool freeCopies) {
+  const pid_t self = getpid();
+  for (endSlot &s : g_slots) {
+    if (s.owner.load() != self)
+      continue;
+    char *p = s.path.exchange(nullptr);
+    if (!p)
+      continue;
+    if (s.dir.load())
+      removeDir(p);
+    else
+      unlink(p);
+    if (freeCopies)
+      delete[] p;
   }
-  tempDirs().clear();
 }
+
+void onEndSignal(int) { os_endNow(1); }
+
+void removeAtExit() { removeRegistered(true); }
+
+void installHandlers() {
+  static bool installed = false;
+  if (installed)
+    return;
+  installed = true;
+  std::atexit(removeAtExit);
+  for (int sig : END_SIGNALS) {
+    struct sigaction old;
+    if (sigaction(sig, nullptr, &old) == 0 && old.sa_handler == SIG_IGN)
+      continue;
+    struct sigaction sa {};
+    sa.sa_handler = onEndSignal;
+    sigemptyset(&sa.sa_mask);
+    for (int s : END_SIGNALS)
+      sigaddset(&sa.sa_mask, s);
+    sigaction(sig, &sa, nullptr);
+  }
+}
+
+// Call with the end signals held.
+void registerPath(const std::string &path, bool dir) {
+  installHandlers();
+  char *copy = new char[path.size() + 1];
+  std::memcpy(copy, path.c_str(), path.size() + 1);
+  for (endSlot &s : g_slots) {
+    if (s.path.load() == nullptr) {
+      s.dir.store(dir);
+      s.owner.store(getpid());
+      s.path.store(copy);
+      return;
+    }
+  }
+  check_failed("a free slot among the run's temporaries", __FILE__, __LINE__);
+}
+
+// Call with the end signals held.
+void forgetPath(const std::string &path) {
+  for (endSlot &s : g_slots) {
+    char *p = s.path.load();
+    if (p && path == p) {
+      s.path.store(nullptr);
+      delete[] p;
+      return;
+    }
+  }
+}
+
 } // namespace
 
 std::optional<std::string> os_makePrivateTempDir(const char *tmpl) {
   std::vector<char> buf(tmpl, tmpl + std::strlen(tmpl) + 1);
+  holdSignals hold;
   if (!mkdtemp(buf.data()))
     return std::nullopt;
-  static bool registered = false;
-  if (!registered) {
-    registered = std::atexit(removeTempDirs) == 0;
-  }
-  tempDirs().emplace_back(buf.data());
+  registerPath(buf.data(), true);
   return std::string(buf.data());
+}
+
+int os_makeTempFile(std::string *path) {
+  holdSignals hold;
+  const int fd = mkostemp(path->data(), O_CLOEXEC);
+  if (fd >= 0)
+    registerPath(*path, false);
+  return fd;
+}
+
+bool os_renameTemp(const std::string &tmp, const std::string &dest) {
+  holdSignals hold;
+  if (rename(tmp.c_str(), dest.c_str()) != 0)
+    return false;
+  forgetPath(tmp);
+  return true;
+}
+
+void os_removeTemp(const std::string &tmp) {
+  const int e = errno;
+  holdSignals hold;
+  unlink(tmp.c_str());
+  forgetPath(tmp);
+  errno = e;
+}
+
+void os_endNow(int status) {
+  removeRegistered(false);
+  _exit(status);
 }

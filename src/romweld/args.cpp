@@ -8,6 +8,7 @@
 #include <strings.h>
 
 #include "common/alert.h"
+#include "common/atomicfile.h"
 #include "ihex/hex_errno.h"
 #include "romweld/options.h"
 #include "romweld/output.h"
@@ -140,15 +141,20 @@ std::vector<std::unique_ptr<romweld_arg>> g_args;
 // Help replaces the run: nothing is read or written after it.
 step_result endAfterHelp(size_t ran) { return ran > 0 ? STEP_DONE : STEP_NEXT; }
 
+// The log is written beside its target and put in place when the run ends,
+// successful or not (a fatal message or the error limit included), so a
+// log path that names an input never empties it before it is read.
 step_result openLog(size_t) {
   hex_clearErrors();
   if (!romweld.log.path)
     return STEP_NEXT;
-  romweld.log.fp = std::fopen(romweld.log.path->c_str(), "w");
-  if (!romweld.log.fp) {
+  std::string tried;
+  romweld.log.file = atomic_open(*romweld.log.path, true, &tried);
+  if (!romweld.log.file) {
     alert<141>("romweld log-file", romweld.log.path->c_str());
     return STEP_FAIL;
   }
+  romweld.log.fp = atomic_stream(romweld.log.file);
   return STEP_NEXT;
 }
 
@@ -178,9 +184,19 @@ step_result closeLog(size_t) {
     return STEP_DONE;
   // Problems of earlier steps have been reported; only the log's own count.
   hex_clearErrors();
-  if (romweld.log.fp) {
-    std::fclose(romweld.log.fp);
+  if (romweld.log.file) {
+    const char *path = romweld.log.path->c_str();
+    const atomic_result r = atomic_commit(romweld.log.file);
+    romweld.log.file = nullptr;
     romweld.log.fp = nullptr;
+    if (r == ATOMIC_WRITE_FAILED) {
+      alert<413>(path);
+      return STEP_FAIL;
+    }
+    // As for the output file, failing to put a complete text in place is
+    // reported without stopping the run.
+    if (r == ATOMIC_CREATE_FAILED)
+      alert<378>("romweld log-file", path);
   }
   return hex_errno() == EOK ? STEP_DONE : STEP_FAIL;
 }

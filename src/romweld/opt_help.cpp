@@ -56,9 +56,9 @@ bool doHELP(romweld_arg *a) {
   if (chosen < 0) {
     for (const argt_row &row : argt_table)
       usage_printLine(row.name, row.help);
-    return true;
+  } else {
+    const argt_row &row = argt_table[chosen];
+    usage_printBlock(row.name, row.help, row.usage, row.example);
   }
-  const argt_row &row = argt_table[chosen];
-  usage_printBlock(row.name, row.help, row.usage, row.example);
-  return true;
+  return usage_flushStdout();
 }

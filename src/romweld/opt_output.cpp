@@ -14,6 +14,7 @@
 #include "romweld/options.h"
 #include "romweld/settings.h"
 #include "romweld/units.h"
+#include "romweld/usage.h"
 
 namespace {
 
@@ -276,7 +277,7 @@ int parseSIZE(romweld_arg *a) {
 bool doSIZE(romweld_arg *) {
   const uint64_t n = romweld.hex ? hex_getByteCount(ihex_getImage(romweld.hex)) : 0;
   std::printf("Total data: %" PRIu64 " (%" PRIX64 "h) bytes\n", n, n);
-  return true;
+  return usage_flushStdout();
 }
 
 // ---- -LOGFILE ----------------------------------------------------------------------------

@@ -1,11 +1,11 @@
 // Output stage: start addresses into the run's hex object, then the HEX
-// text to a temporary file that replaces the output file only when all of
-// it was written (or to standard output when no -O names a file).
+// text to a temporary file beside the output file that replaces it only
+// when all of it was written (or to standard output when no -O names a
+// file, or straight to a device or descriptor that -O names).
 #include "romweld/output.h"
 
 #include <cstdio>
 #include <string>
-#include <unistd.h>
 
 #include "common/alert.h"
 #include "common/atomicfile.h"
@@ -67,14 +67,19 @@ bool output_stage() {
   const outformat *f = romweld.output.format;
   const bool toFile = romweld.output.path.has_value();
   const char *where = toFile ? romweld.output.path->c_str() : "stdout";
-  std::string tmp;
+  atomic_file *file = nullptr;
   FILE *out = stdout;
   if (toFile) {
-    out = atomic_createTemp(&tmp);
-    if (!out) {
-      alert<MSG_CANT_OPEN>("temporary hex-file", tmp.c_str());
+    std::string tried;
+    file = atomic_open(*romweld.output.path, false, &tried);
+    if (!file) {
+      if (tried == *romweld.output.path)
+        alert<MSG_CANT_CREATE>("output hex-file", where);
+      else
+        alert<MSG_CANT_OPEN>("temporary hex-file", tried.c_str());
       return false;
     }
+    out = atomic_stream(file);
   }
 
   hex_clearErrors();
@@ -95,30 +100,26 @@ bool output_stage() {
       good = false;
     }
   }
-  if (toFile) {
-    if (std::fclose(out) != 0)
+  if (!toFile) {
+    if (std::fflush(stdout) != 0 || std::ferror(stdout))
       writeFailed = true;
-  } else if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
-    writeFailed = true;
+  } else if (writeFailed || !good) {
+    atomic_discard(file); // an existing output stays as it was
+  } else {
+    switch (atomic_commit(file)) {
+    case ATOMIC_OK:
+      break;
+    case ATOMIC_WRITE_FAILED:
+      writeFailed = true;
+      break;
+    case ATOMIC_CREATE_FAILED:
+      // The text is complete; only putting it in place failed, and the
+      // run goes on to finish its log.
+      alert<MSG_CANT_CREATE>("output hex-file", where);
+      return true;
+    }
   }
-  if (writeFailed || !good) {
-    if (toFile)
-      unlink(tmp.c_str()); // the old output stays as it was
-    if (writeFailed)
-      alert<MSG_WRITE_ERROR>(where); // fatal
-    return false;
-  }
-  if (!toFile)
-    return true;
-
-  switch (atomic_replace(tmp, *romweld.output.path)) {
-  case ATOMIC_OK:
-    return true;
-  case ATOMIC_WRITE_FAILED:
-    alert<MSG_WRITE_ERROR>(where);
-    return false;
-  default:
-    alert<MSG_CANT_CREATE>("output hex-file", where);
-    return true;
-  }
+  if (writeFailed)
+    alert<MSG_WRITE_ERROR>(where); // fatal
+  return good && !writeFailed;
 }

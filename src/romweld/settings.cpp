@@ -2,6 +2,7 @@
 
 #include <algorithm>
 
+#include "common/atomicfile.h"
 #include "ihex/ihex.h"
 
 romweld_settings romweld;
@@ -19,8 +20,9 @@ const outformat outformat_table[5] = {
 const outformat *outformat_default() { return &outformat_table[2]; }
 
 void romweld_reset() {
-  if (romweld.log.fp)
-    std::fclose(romweld.log.fp);
+  // The run is over: its log goes in place, complete or not.
+  if (romweld.log.file)
+    atomic_commit(romweld.log.file);
   if (romweld.hex)
     ihex_destroy(romweld.hex);
   romweld = romweld_settings{};

@@ -10,6 +10,7 @@
 #include <optional>
 #include <string>
 
+struct atomic_file;
 struct ihex;
 struct romweld_arg;
 
@@ -48,7 +49,8 @@ struct romweld_settings {
   startaddr ssa;
   struct {
     std::optional<std::string> path;
-    FILE *fp = nullptr;
+    FILE *fp = nullptr;         // the stream of `file`, while the log is open
+    atomic_file *file = nullptr; // put in place when the run ends
     bool findSection = false;
   } log;
   bool sizeRequested = false;

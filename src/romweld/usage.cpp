@@ -3,6 +3,8 @@
 #include <cstdio>
 #include <string>
 
+#include "common/alert.h"
+
 namespace {
 // The table texts are templates, not printf formats: only "%s" is replaced,
 // so no table text can ever be misread as a conversion.
@@ -28,4 +30,13 @@ void usage_printBlock(const char *name, const char *help, const char *usage,
 
 void usage_printLine(const char *name, const char *help) {
   std::printf("  %-*s : %s\n", 9, name, help);
+}
+
+bool usage_flushStdout() {
+  if (std::fflush(stdout) == 0 && !std::ferror(stdout))
+    return true;
+  // Reported once: later checks see only what failed after this one.
+  std::clearerr(stdout);
+  alert<413>("stdout");
+  return false;
 }
