@@ -89,7 +89,7 @@ void hex_setUndefAddr(uint64_t addr, bool flag, char ch); // EUNDEFADDR; ch only
 // memory by refusing byte after byte (a conflicting 16 MiB merge would
 // otherwise hold 16 million records to print twenty messages). A record
 // past the bound still becomes the current error.
-constexpr uint32_t HEX_ERRORS_KEPT = 100000;
+constexpr uint32_t HEX_ERRORS_KEPT = 10000;
 uint64_t hex_errorsDropped(); // records counted but not kept since the last clear
 
 uint32_t hex_errno();
