@@ -118,6 +118,7 @@ TEST_F(Grammar, RangeHelper) {
   const Row rows[] = {
       {"10-20@", nullptr, 0x10, 0x20, '@'},
       {"20-10", nullptr, 0x20, 0x10, '\0'}, // order is the caller's concern
+      {"FFFFFFFFFFFFFFFF-0", nullptr, ~uint64_t(0), 0, '\0'}, // 8 bytes fit
       {"G-5", "cannot determine start address", 0, 0, 0},
       {"10000000000000000-1", "start address is too wide, it must be <= 8 bytes", 0, 0, 0},
       {"10", "range requires an end address", 0, 0, 0},
