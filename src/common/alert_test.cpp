@@ -37,17 +37,12 @@ protected:
   }
 };
 
-TEST_F(Alert, PlainStyleShowsNumberForAllButMessages) {
-  EXPECT_EQ(alert(168, "-x"), 1);
-  EXPECT_EQ(alert(962, "10h", "a.hex", "+b.hex"), 1);
-  EXPECT_EQ(alert(1032), 1);
-  EXPECT_EQ(alert(9999), 1); // undescribed: an error with the fixed text
-  EXPECT_EQ(lines, (Lines{"(168) unknown option \"-x\"\n",
-                          "(962) forced data conflict at address 10h between a.hex and +b.hex (warning)\n",
-                          "use -HELP=<option> for usage of these command line options\n",
-                          std::string("(9999) ") + msgfile_noDescription + "\n"}));
-  EXPECT_EQ(alert_errorCount(), 2u);
-  EXPECT_EQ(alert_warningCount(), 1u);
+// The plain style of errors, warnings and messages is in every command-line
+// test; an undescribed number is an error with the fixed text.
+TEST_F(Alert, UndescribedNumberIsAnError) {
+  EXPECT_EQ(alert(9999), 1);
+  EXPECT_EQ(lines, Lines{std::string("(9999) ") + msgfile_noDescription + "\n"});
+  EXPECT_EQ(alert_errorCount(), 1u);
   EXPECT_TRUE(alert_errorReached());
 }
 
@@ -94,28 +89,17 @@ TEST_F(Alert, PlainStyleWithPosition) {
                           "Non line specific message: (168) unknown option \"-y\"\n"}));
 }
 
-TEST_F(Alert, SystemErrorTextReplacesPercentM) {
-  errno = ENOENT;
-  alert_typed(5000, "E", "can't open \"%s\": %m", "x.log");
-  errno = 0;
-  alert_typed(5000, "E", "can't open \"%s\": %m", "y.log");
-  EXPECT_EQ(lines, (Lines{std::string("(5000) can't open \"x.log\": ") + std::strerror(ENOENT) + "\n",
-                          "(5000) can't open \"y.log\": \n"}));
-}
-
 TEST_F(Alert, WarningThreshold) {
-  struct {
-    int level;
-    unsigned shown; // of 1212 (level 3), 962 (level 9), typed level -2
-  } cases[] = {{9, 1}, {-9, 3}, {0, 2}, {3, 2}, {4, 1}};
-  for (const auto &c : cases) {
+  // Threshold, and how many of 1212 (level 3), 962 (level 9) and a typed
+  // level -2 warning are shown and counted.
+  for (auto [level, shown] : {std::pair{9, 1u}, {-9, 3u}, {0, 2u}, {3, 2u}, {4, 1u}}) {
     SetUp();
-    alert_setWarnLevel(c.level);
+    alert_setWarnLevel(level);
     alert(1212, "t", "AA", "10");
     alert(962, "10h", "a", "b");
     alert_typed(5000, "-2", "low %d", 1);
-    EXPECT_EQ(lines.size(), c.shown) << "level " << c.level;
-    EXPECT_EQ(alert_warningCount(), c.shown);
+    EXPECT_EQ(lines.size(), shown) << "level " << level;
+    EXPECT_EQ(alert_warningCount(), shown);
   }
 }
 
@@ -135,17 +119,11 @@ TEST_F(Alert, DisableList) {
       {"0", 1032, false},
       {"0", 168, true},
       {"0,168:off", 168, true},   // the rest of a list starting with 0 is ignored
-      {"296:off", 296, true},     // fatals are never hidden
       {"", 962, true},
   };
   for (const auto &c : cases) {
     SetUp();
     alert_disable(c.list);
-    if (c.num == 296) {
-      alert_setSink(nullptr);
-      EXPECT_EXIT(alert(296), ::testing::ExitedWithCode(1), "out of memory") << c.list;
-      continue;
-    }
     int r = c.num == 962 ? alert(962, "1h", "a", "b") : alert(c.num, "-x");
     EXPECT_EQ(r, c.printed ? 1 : 0) << c.list << " " << c.num;
     EXPECT_EQ(lines.size(), c.printed ? 1u : 0u) << c.list << " " << c.num;
@@ -177,12 +155,19 @@ TEST_F(Alert, ControlCodes) {
                           "(168) unknown option \"-y\"\n"}));
 }
 
-TEST_F(Alert, TypedKinds) {
+// "%m" is the system error text of errno at the call, empty for none.
+TEST_F(Alert, TypedKindsAndSystemErrorText) {
   alert_typed(7000, "e", "e%d", 1);
   alert_typed(7001, "4", "w%s", "4");
   alert_typed(7002, "M", "m");
   alert_typed(7003, "zz", "also a message");
-  EXPECT_EQ(lines, (Lines{"(7000) e1\n", "(7001) w4 (warning)\n", "m\n", "also a message\n"}));
+  errno = ENOENT;
+  alert_typed(5000, "E", "can't open \"%s\": %m", "x.log");
+  errno = 0;
+  alert_typed(5000, "E", "%m");
+  EXPECT_EQ(lines, (Lines{"(7000) e1\n", "(7001) w4 (warning)\n", "m\n", "also a message\n",
+                          std::string("(5000) can't open \"x.log\": ") + std::strerror(ENOENT) + "\n",
+                          "(5000) \n"}));
   EXPECT_EXIT(alert_typed(7004, "F", "fatal %s", "now"), ::testing::ExitedWithCode(1), "");
 }
 
@@ -220,19 +205,18 @@ TEST_F(Alert, ObserverSeesPrintedMessagesOnly) {
   EXPECT_EQ(kinds, std::vector<int>{MSG_ERROR});
 }
 
-TEST_F(Alert, OutOfMemoryIsFatal296) {
-  alert_setSink(nullptr);
-  EXPECT_EXIT(alert_outOfMemory(), ::testing::ExitedWithCode(1), "^\\(296\\) out of memory\n$");
-}
-
-// An exception nobody catches ends the run through a message, never abort:
-// allocation failures as 296, anything else as an internal error.
+// Running out of memory ends the run through message 296, never abort, and
+// no disable list hides a fatal message; an allocation failure nobody
+// catches ends the same way, any other uncaught exception as an internal
+// error.
 template <class E> void raise() { throw E("x"); }
 template <> void raise<std::bad_alloc>() { throw std::bad_alloc(); }
 template <class E> void uncaught() noexcept { raise<E>(); }
 
-TEST_F(Alert, UncaughtExceptionsEndThroughMessages) {
+TEST_F(Alert, OutOfMemoryAndUncaughtExceptionsEndThroughMessages) {
   alert_setSink(nullptr);
+  alert_disable("296:off");
+  EXPECT_EXIT(alert_outOfMemory(), ::testing::ExitedWithCode(1), "^\\(296\\) out of memory\n$");
   alert_catchOutOfMemory();
   EXPECT_EXIT(uncaught<std::bad_alloc>(), ::testing::ExitedWithCode(1), "\\(296\\) out of memory");
   EXPECT_EXIT(uncaught<std::length_error>(), ::testing::ExitedWithCode(1), "\\(296\\) out of memory");
