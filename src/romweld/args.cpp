@@ -114,19 +114,25 @@ const argt_row *argt_rowOf(uint32_t id) {
 }
 
 // The first parser that does not answer "no match" owns the text, so the
-// order decides between overlapping words. The checksum (after BREAK), fill,
-// delete and replace (after that), mask (after FORMAT), serial (after
-// OUTFILE), string (after SIZE) and find (after that) parsers take their
-// places here as their options arrive.
+// order decides between overlapping words: ",delete" and ",replace" are
+// tried before the plain -FIND, "-strpack" before "-string".
 const argt_parserEntry argt_parserOrder[] = {
     {parseINFILE, {ARGT_INFILE, 0}},
     {parseSLA, {ARGT_SLA, 0}},
     {parseSSA, {ARGT_SSA, 0}},
     {parseADDRESSING, {ARGT_ADDRESSING, 0}},
     {parseBREAK, {ARGT_BREAK, 0}},
+    {parseCHECKSUM, {ARGT_CHECKSUM, 0}},
+    {parseFILL, {ARGT_FILL, 0}},
+    {parseDELETE, {ARGT_DELETE, 0}},
+    {parseREPLACE, {ARGT_REPLACE, 0}},
     {parseFORMAT, {ARGT_FORMAT, 0}},
+    {parseMASK, {ARGT_MASK, 0}},
     {parseOUTFILE, {ARGT_OUTFILE, 0}},
+    {parseSERIAL, {ARGT_SERIAL, 0}},
     {parseSIZE, {ARGT_SIZE, 0}},
+    {parseSTRING, {ARGT_STRING, ARGT_STRPACK}},
+    {parseFIND, {ARGT_FIND, 0}},
     {parseLOGFILE, {ARGT_LOGFILE, 0}},
     {parseHELP, {ARGT_HELP, 0}},
 };

@@ -14,7 +14,13 @@
 #include <string>
 #include <variant>
 
+#include "ihex/ck_spec.h"
+#include "ihex/fill_spec.h"
+#include "ihex/find_spec.h"
 #include "ihex/ihex.h"
+#include "ihex/mask_spec.h"
+#include "ihex/serial_spec.h"
+#include "ihex/string_spec.h"
 
 struct outformat; // settings.h
 
@@ -57,5 +63,36 @@ struct help_spec {
   int row = -1;
 };
 
+// -FILL
+struct fill_arg {
+  fillspec spec;
+};
+
+// -MASK
+struct mask_arg {
+  maskspec spec;
+};
+
+// -CK
+struct ck_arg {
+  ckspec spec;
+};
+
+// -SERIAL
+struct serial_arg {
+  serialspec spec;
+};
+
+// -STRING and -STRPACK
+struct string_arg {
+  stringspec spec;
+};
+
+// -FIND, ,REPLACE and ,DELETE
+struct find_arg {
+  findspec spec;
+};
+
 using argspec = std::variant<std::monostate, infile_spec, outfile_spec, format_spec,
-                              addressing_spec, break_spec, startaddr_spec, help_spec>;
+                              addressing_spec, break_spec, startaddr_spec, help_spec,
+                              fill_arg, mask_arg, ck_arg, serial_arg, string_arg, find_arg>;

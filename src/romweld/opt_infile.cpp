@@ -246,7 +246,7 @@ bool doINFILE(romweld_arg *a) {
 
   hex_clearErrors();
   if (placed.count > 0)
-    romweld_widenSpan(placed.lo, placed.hi);
+    romweld_widenExtents(placed.lo, placed.hi);
 
   bool ok = true;
   if (!romweld.hex) {

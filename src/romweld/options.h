@@ -27,6 +27,32 @@ int parseSIZE(romweld_arg *a);
 bool doSIZE(romweld_arg *a);
 int parseLOGFILE(romweld_arg *a); // no operation: the log opens at step 2
 
+// -FILL (opt_fill.cpp)
+int parseFILL(romweld_arg *a);
+bool doFILL(romweld_arg *a);
+
+// -MASK (opt_mask.cpp)
+int parseMASK(romweld_arg *a);
+bool doMASK(romweld_arg *a);
+
+// -CK (opt_checksum.cpp)
+int parseCHECKSUM(romweld_arg *a);
+bool doCHECKSUM(romweld_arg *a);
+
+// -SERIAL, -STRING and -STRPACK (opt_serial.cpp)
+int parseSERIAL(romweld_arg *a);
+bool doSERIAL(romweld_arg *a);
+int parseSTRING(romweld_arg *a); // both string kinds
+bool doSTRING(romweld_arg *a);
+
+// -FIND with ,REPLACE and ,DELETE (opt_find.cpp)
+int parseFIND(romweld_arg *a);
+bool doFIND(romweld_arg *a);
+int parseREPLACE(romweld_arg *a);
+bool doREPLACE(romweld_arg *a);
+int parseDELETE(romweld_arg *a);
+bool doDELETE(romweld_arg *a);
+
 // -HELP (opt_help.cpp)
 int parseHELP(romweld_arg *a);
 bool doHELP(romweld_arg *a);

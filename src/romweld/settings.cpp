@@ -28,13 +28,19 @@ void romweld_reset() {
   romweld = romweld_settings{};
 }
 
+namespace {
+// The first range sets the pair, later ones widen it.
+void widen(uint64_t *plo, uint64_t *phi, bool *empty, uint64_t lo, uint64_t hi) {
+  *plo = *empty ? lo : std::min(*plo, lo);
+  *phi = *empty ? hi : std::max(*phi, hi);
+  *empty = false;
+}
+} // namespace
+
 void romweld_widenSpan(uint64_t lo, uint64_t hi) {
-  if (romweld.span.empty) {
-    romweld.span.lo = lo;
-    romweld.span.hi = hi;
-    romweld.span.empty = false;
-    return;
-  }
-  romweld.span.lo = std::min(romweld.span.lo, lo);
-  romweld.span.hi = std::max(romweld.span.hi, hi);
+  widen(&romweld.span.lo, &romweld.span.hi, &romweld.span.empty, lo, hi);
+}
+
+void romweld_widenExtents(uint64_t lo, uint64_t hi) {
+  widen(&romweld.log.lo, &romweld.log.hi, &romweld.log.noExtent, lo, hi);
 }

@@ -52,10 +52,15 @@ struct romweld_settings {
     FILE *fp = nullptr;         // the stream of `file`, while the log is open
     atomic_file *file = nullptr; // put in place when the run ends
     bool findSection = false;
+    // The log's extents: the ranges that input files, fills and
+    // replacements report; what the memory usage and the map cover.
+    uint64_t lo = ~uint64_t(0);
+    uint64_t hi = 0;
+    bool noExtent = true;
   } log;
   bool sizeRequested = false;
-  // Lowest and highest address of placed data (input files, fills,
-  // replacements), for the log and the size report.
+  // The placed-data span: lowest and highest address that any data-placing
+  // option (fill, serial, string, checksum, replace, delete) wrote.
   struct {
     uint64_t lo = ~uint64_t(0);
     uint64_t hi = 0;
@@ -67,3 +72,4 @@ struct romweld_settings {
 extern romweld_settings romweld;
 void romweld_reset();
 void romweld_widenSpan(uint64_t lo, uint64_t hi);
+void romweld_widenExtents(uint64_t lo, uint64_t hi); // the log's extents

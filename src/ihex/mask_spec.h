@@ -1,0 +1,4 @@
+// Placeholder for the -MASK spec record; its family replaces it.
+#pragma once
+
+struct maskspec {};
