@@ -212,13 +212,23 @@ void buildLine(bounded &line, const msg_info &m, const char *text) {
   }
 }
 
+void (*g_exitForTests)(int) = nullptr;
+
+// Every end of the process that a message causes goes through here, so a
+// harness that runs many inputs in one process can take it over.
+[[noreturn]] void endProcess() {
+  if (g_exitForTests)
+    g_exitForTests(1); // does not return when it is a harness's
+  std::exit(1);
+}
+
 [[noreturn]] void tooManyErrors() {
   // Message 1 goes through the explicit-type report so no override hides it;
   // its text was checked to take one unsigned like the built-in one, which
   // is what the count passed here is.
   static_assert(msgconv_fits<unsigned>(msgs_enText(1)));
   alert_typed(1, "M", msgfile_lookup(1).text, G().errors + 1);
-  std::exit(1);
+  endProcess();
 }
 
 // Filtering, counting and printing shared by every entry point.
@@ -251,7 +261,7 @@ int report(msg_info m, bool levelTestAll, va_list ap) {
     std::fflush(stderr);
   }
   if (m.kind == MSG_FATAL)
-    std::exit(1);
+    endProcess();
   return 1;
 }
 
@@ -478,13 +488,15 @@ void newHandler() { alert_outOfMemory(); }
 void alert_outOfMemory() {
   std::set_new_handler(outOfMemoryAgain);
   alert<296>();
-  std::exit(1); // 296 is fatal in the built-in file; a file may not make it less
+  endProcess(); // 296 is fatal in the built-in file; a file may not make it less
 }
 
 void alert_catchOutOfMemory() {
   std::set_new_handler(newHandler);
   std::set_terminate(onTerminate);
 }
+
+void alert_setExitForTests(void (*fn)(int)) { g_exitForTests = fn; }
 
 void alert_resetForTests() {
   alert_state &g = G();

@@ -90,6 +90,11 @@ void alert_setOmitPosition(unsigned on);
 // Counts warnings as errors in the final error test (off by default).
 void alert_setWarningsAreErrors(bool on);
 
+// Tests and fuzz targets only: fn is called instead of exit(1) when a fatal
+// message or the error limit ends the process; it must not return (a
+// harness throws from it). Null restores exit(1).
+void alert_setExitForTests(void (*fn)(int));
+
 // Tests only: return the whole service (counters, limits, overrides, style,
 // message tables) to its state at program start.
 void alert_resetForTests();
