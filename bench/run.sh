@@ -92,6 +92,19 @@ mem_conflict=$(awk -v a="$peak" -v b="$cleanpeak" 'BEGIN { printf "%.2f", a / b 
 printf '%-14s %8ss %8ss %7s %10s %8s  %s\n' conflict "$med" "$cleanmed" "$ratio_conflict" "$peak" "" \
   "(other: the clean merge; memory x$mem_conflict)"
 
+# ---- -SERIAL: a long series ----------------------------------------------
+# A million 4-byte copies counted up from 1 should cost about what writing
+# the same 4 MB costs; "other" is objcopy turning those bytes, made here
+# independently, into Intel HEX.
+python3 -c 'import sys; sys.stdout.buffer.write(b"".join(i.to_bytes(4, "big") for i in range(1, 1000001)))' \
+  > "$out/serial.bin"
+measure rw_serial "$romweld" -SERIAL=00000001+1@0+4r1000000 "-O$out/rw_serial.hex"
+rmed=$med; rpeak=$peak
+measure oc_serial objcopy -I binary -O ihex "$out/serial.bin" "$out/oc_serial.hex"
+sum=$(same "$out/rw_serial.hex" "$out/oc_serial.hex" "serial series")
+row serial_1M "$rmed" "$med" "$rpeak" "$sum"
+# ---- end of -SERIAL --------------------------------------------------------
+
 echo
 goal() { awk -v v="$2" -v lim="$3" -v op="$4" 'BEGIN { ok = (op == "<=" ? v <= lim : v < lim); exit !ok }' \
   && echo "met:    $1 ($2 $4 $3)" || echo "missed: $1 ($2, goal $4 $3)"; }

@@ -78,12 +78,14 @@ struct ck_arg {
   ckspec spec;
 };
 
-// -SERIAL
+// -SERIAL: start and interval in address units as typed.
 struct serial_arg {
   serialspec spec;
 };
 
-// -STRING and -STRPACK
+// -STRING and -STRPACK: start in address units as typed. Which stored
+// cells are trailing code rather than characters is
+// stringspec_isTrailingCell (never for a packed string).
 struct string_arg {
   stringspec spec;
 };

@@ -1,0 +1,88 @@
+// What -SERIAL, -STRING and -STRPACK store through the parsers and the
+// pipeline, and the placed-data span they leave. Messages: test/cli/serial.test.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "common/alert.h"
+#include "ihex/testutil.h"
+#include "romweld/args.h"
+#include "romweld/settings.h"
+
+namespace {
+
+using testutil::hexText;
+
+std::string g_line;
+void collect(const char *line) { g_line += line; }
+
+std::string bytes(const hexdata *h) { // present bytes as "addr=byte"
+  std::string out;
+  for (uint64_t a = 0, next = 0; hex_getByteCount(h) && hex_nextPresent(h, next, &a); next = a + 1)
+    testutil::addToken(out, hexText(a) + "=" + hexText(hex_getByte(h, a)));
+  return out;
+}
+
+TEST(OptSerial, PlacesTheBytesAndWidensTheSpan) {
+  const struct {
+    std::vector<const char *> args;
+    const char *bytes, *span;
+  } cases[] = {
+      // Intended: an interval of 0 puts the copies back to back, yet the
+      // span covers the first copy only.
+      {{"-SERIAL=1234@1000"}, "1000=12 1001=34", "1000-1001"},
+      {{"-SERIAL=0001+1@1000r3"}, "1000=0 1001=1 1002=0 1003=2 1004=0 1005=3", "1000-1001"},
+      {{"-SERIAL=00FF+1@1000r2"}, "1000=0 1001=FF 1002=1 1003=0", "1000-1001"},
+      {{"-SERIAL=1234@1000+10r3"}, "1000=12 1001=34 1010=12 1011=34 1020=12 1021=34", "1000-1021"},
+      {{"-SERIAL=1234@1000-10r3"}, "FE0=12 FE1=34 FF0=12 FF1=34 1000=12 1001=34", "FE0-1001"},
+      {{"-SERIAL=ABC@0"}, "0=A 1=BC", "0-1"},
+      // Intended: past 4 bytes the increment's bytes repeat towards the front.
+      {{"-SERIAL=0000000000+1@0r2"}, "0=0 1=0 2=0 3=0 4=0 5=1 6=0 7=0 8=0 9=1", "0-4"},
+      {{"-STRING@3000=Hi"}, "3000=48 3001=69 3002=0", "3000-3002"},
+      {{"-STRING@3000t00=Hi"}, "3000=48 3001=0 3002=69 3003=0 3004=0 3005=0", "3000-3005"},
+      {{"-STRPACK@3000=AB"}, "3000=C2 3001=20 3002=0 3003=0", "3000-3003"},
+      {{"-STRPACK@3000=ABC"}, "3000=C2 3001=20 3002=80 3003=21", "3000-3003"},
+      // Addresses and intervals in words.
+      {{"-ADDRESSING=2", "-SERIAL=1234@800-8r2", "-STRING@1800=A"},
+       "FF0=12 FF1=34 1000=12 1001=34 3000=41 3001=0", "FF0-3001"},
+      // The first given of two forced serials runs last and wins.
+      {{"+-SERIAL=11@0", "+-SERIAL=2222@0"}, "0=11 1=22", "0-1"},
+  };
+  alert_setSink(collect); // the odd-nibble and 962 warnings
+  for (const auto &c : cases) {
+    SCOPED_TRACE(c.args.back());
+    args_reset();
+    romweld.output.suppress = true;
+    for (const char *a : c.args)
+      ASSERT_TRUE(args_add(a));
+    EXPECT_TRUE(process(1));
+    EXPECT_EQ(bytes(ihex_getImage(romweld.hex)), c.bytes);
+    EXPECT_EQ(hexText(romweld.span.lo) + "-" + hexText(romweld.span.hi), c.span);
+  }
+  alert_setSink(nullptr);
+  args_reset();
+}
+
+// No option preserves data yet; preserved data refuses even forced data.
+TEST(OptSerial, PreservedDataRefusesSerialsAndStrings) {
+  alert_setSink(collect);
+  for (auto [opt, what, left] : {std::tuple{"+-SERIAL=99@11", "serial", "11=42"},
+                                 std::tuple{"-STRING@10=A", "string", "10=41 11=42"}}) {
+    args_reset();
+    g_line.clear();
+    hexdata *h = ihex_getImage(romweld.hex = ihex_create());
+    hex_storeByte(h, 0x11, 0x42);
+    hex_preserveData(h, 0x11, 0x11, 1);
+    ASSERT_TRUE(args_add(opt));
+    EXPECT_FALSE(args_all().back()->op(args_all().back().get()));
+    EXPECT_EQ(g_line, "(1600) \"" + std::string(opt) + "\" argument : cannot insert " + what +
+                          " data at address 0x11 because existing data is preserved\n");
+    EXPECT_EQ(bytes(h), left);
+  }
+  alert_setSink(nullptr);
+  args_reset();
+}
+
+} // namespace
