@@ -235,10 +235,12 @@ bool execute(romweld_arg *a, find_action action) {
   for (size_t i = 0; i < f.matches.count(); ++i) {
     const uint64_t at = f.matches.addrs[i];
     const std::span<const uint8_t> found = f.matches.bytes(i);
-    const std::string text = bytesText(found);
-    if (f.warn)
-      alert<1212>(f.title.c_str(), text.c_str(), alert_format("%lX", at).c_str());
-    log_print("  found (%sh) at address %lXh", text.c_str(), at);
+    if (f.warn || log_isOpen()) { // most runs show nothing of a match
+      const std::string text = bytesText(found);
+      if (f.warn)
+        alert<1212>(f.title.c_str(), text.c_str(), alert_format("%lX", at).c_str());
+      log_print("  found (%sh) at address %lXh", text.c_str(), at);
+    }
     if (action == FIND_ONLY) {
       log_print("\n");
       continue;
