@@ -1,4 +1,4 @@
-// Find specification and match list of -FIND, ,REPLACE and ,DELETE: what
+// The search record and match list of -FIND, ,REPLACE and ,DELETE: what
 // to look for (a code under a bit mask), where (an inclusive address range,
 // either end optional), at which alignment, and whether a match may
 // overlap the one before it. Invariant: mask has code's length, and

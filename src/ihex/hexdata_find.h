@@ -1,4 +1,4 @@
-// Searching the image for the code of a find specification. The search
+// Searching the image for the code of a findspec. The search
 // only reads: it collects every match before the caller changes anything.
 #pragma once
 
