@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "ihex/ck_spec.h"
 #include "ihex/fill_spec.h"
@@ -90,9 +91,15 @@ struct string_arg {
   stringspec spec;
 };
 
-// -FIND, ,REPLACE and ,DELETE
+// -FIND, ,REPLACE and ,DELETE: the search as typed, how its matches are
+// shown and what they become, and the matches of the last execution.
 struct find_arg {
   findspec spec;
+  bool warn = false;            // 'w': message 1212 at each match
+  std::string title = "OPCode"; // a given title has '#' turned into blanks and is quoted
+  bool alignGiven = false;      // only an explicit alignment is in address units
+  std::vector<uint8_t> replacement, replacementMask; // ,REPLACE only
+  findmatches matches;
 };
 
 using argspec = std::variant<std::monostate, infile_spec, outfile_spec, format_spec,
