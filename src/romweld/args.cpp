@@ -10,6 +10,7 @@
 #include "common/alert.h"
 #include "common/atomicfile.h"
 #include "ihex/hex_errno.h"
+#include "romweld/log.h"
 #include "romweld/options.h"
 #include "romweld/output.h"
 #include "romweld/settings.h"
@@ -161,6 +162,7 @@ step_result openLog(size_t) {
     return STEP_FAIL;
   }
   romweld.log.fp = atomic_stream(romweld.log.file);
+  log_writeOpening();
   return STEP_NEXT;
 }
 
@@ -191,6 +193,7 @@ step_result closeLog(size_t) {
   // Problems of earlier steps have been reported; only the log's own count.
   hex_clearErrors();
   if (romweld.log.file) {
+    log_writeClosing();
     const char *path = romweld.log.path->c_str();
     const atomic_result r = atomic_commit(romweld.log.file);
     romweld.log.file = nullptr;

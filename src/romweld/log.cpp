@@ -1,9 +1,18 @@
 #include "romweld/log.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
+#include <iterator>
+#include <string>
+#include <unordered_map>
+#include <vector>
 
+#include "ihex/hexdata.h"
+#include "ihex/ihex.h"
+#include "romweld/args.h"
 #include "romweld/settings.h"
+#include "romweld/units.h"
 
 bool log_isOpen() { return romweld.log.fp != nullptr; }
 
@@ -21,4 +30,254 @@ void log_findSection() {
     return;
   log_print("### OP Code find / replace / delete results ###\n");
   romweld.log.findSection = true;
+}
+
+// ---- the report's sections ----------------------------------------------------
+
+namespace {
+
+std::string formatText(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+std::string formatText(const char *fmt, ...) {
+  char buf[64];
+  va_list ap;
+  va_start(ap, fmt);
+  const int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
+  va_end(ap);
+  return std::string(buf, n > 0 ? std::min<size_t>(size_t(n), sizeof buf - 1) : 0);
+}
+
+// A map cell: a blank, then the key with the record's number.
+std::string cellText(const char *key, unsigned n) {
+  char buf[32];
+  buf[0] = ' ';
+  const int len = std::snprintf(buf + 1, sizeof buf - 1, key, n);
+  return std::string(buf, 1 + size_t(std::clamp(len, 0, int(sizeof buf) - 2)));
+}
+
+// The kinds that place data, in the order of the memory usage; the last row
+// stands for unused memory.
+struct log_kind {
+  uint32_t id;
+  const char *name;     // memory usage heading
+  const char *legend;   // legend description
+  const char *key;      // map cell, with the record's number
+  const char *trailKey; // trailing-code cell; null when the kind has none
+};
+constexpr uint32_t LOG_UNUSED = 20;
+constexpr log_kind kKinds[] = {
+    {ARGT_INFILE, "Intel Hex-file", "Intel Hex-file", "H%u", nullptr},
+    {ARGT_CHECKSUM, "Stored checksum result", "Stored checksum result", "C%u", "T%u"},
+    {ARGT_DELETE, "Find & delete opcode", "Find & delete opcode", "X%u", nullptr},
+    {ARGT_REPLACE, "Find & replace opcode", "Find & replace opcode", "R%u", nullptr},
+    {ARGT_SERIAL, "Stored serial code", "Stored serial code", "S%u", nullptr},
+    {ARGT_STRING, "Stored ASCII string", "Stored ASCII string", "A%u", "B%u"},
+    {ARGT_STRPACK, "Packed ASCII string", "Packed ASCII string", "P%u", nullptr},
+    {ARGT_FILL, "Filled ROM", "Filled ROM", "F%u", nullptr},
+    {LOG_UNUSED, "Unused", "Unused memory", "--", nullptr},
+};
+constexpr size_t kUnusedRow = std::size(kKinds) - 1;
+
+size_t kindRow(uint32_t id) {
+  for (size_t i = 0; i < std::size(kKinds); ++i)
+    if (kKinds[i].id == id)
+      return i;
+  return kUnusedRow;
+}
+
+// Where a record's trailing codes sit among the bytes it stored: from
+// `base`, every `group` bytes begin with `lead` data bytes and end with
+// codes. Derived from the record's own spec, so the image needs no mark.
+struct trailing_layout {
+  uint64_t base = 0;
+  uint32_t lead = 0;
+  uint32_t group = 0; // 0: no trailing codes
+};
+trailing_layout trailingOf(const romweld_arg *a) {
+  trailing_layout t;
+  if (a->id == ARGT_STRING) {
+    const stringspec &s = arg_spec<string_arg>(a).spec;
+    const uint32_t codes = uint32_t(stringspec_countCodeBytes(&s));
+    if (codes && units_scale(UNITS_START, stringspec_getStart(&s), romweld.addressing, &t.base))
+      t = {t.base, 1, codes + 1};
+  }
+  return t;
+}
+
+// A record's cells in the map: its key and, where it has one, its
+// trailing-code key, each with its number and a leading blank.
+struct log_owner {
+  const romweld_arg *arg;
+  size_t row;
+  std::string cell, trailCell;
+  trailing_layout trail;
+};
+
+// Numbers every record whose kind has a key, per kind from 1 in
+// command-line order; these are the legend's lines and the map's cells.
+std::vector<log_owner> numberOwners() {
+  std::vector<log_owner> owners;
+  unsigned counters[std::size(kKinds)] = {};
+  for (const auto &a : args_all()) {
+    const size_t row = kindRow(a->id);
+    if (row == kUnusedRow)
+      continue;
+    const log_kind &k = kKinds[row];
+    const unsigned n = ++counters[row];
+    log_owner o{a.get(), row, cellText(k.key, n), {}, {}};
+    if (k.trailKey) {
+      o.trail = trailingOf(a.get());
+      if (o.trail.group)
+        o.trailCell = cellText(k.trailKey, n);
+    }
+    owners.push_back(std::move(o));
+  }
+  return owners;
+}
+
+// The owner of the note at an address, or null for unused memory.
+struct owner_index {
+  std::unordered_map<const void *, const log_owner *> byNote;
+  const log_owner *last = nullptr;
+  const log_owner *find(const void *note) {
+    if (!note)
+      return nullptr;
+    if (last && last->arg == note)
+      return last;
+    auto it = byNote.find(note);
+    last = it == byNote.end() ? nullptr : it->second;
+    return last;
+  }
+};
+
+// Calls fn(first, last, owner) for each stretch of one owner (or unused)
+// from lo to hi, without wrapping at the top of the address space.
+template <class Fn>
+void eachStretch(const hexdata *h, owner_index &idx, uint64_t lo, uint64_t hi, Fn fn) {
+  if (lo > hi)
+    return;
+  for (uint64_t a = lo;;) {
+    const uint64_t last = hex_findNoteRange(h, a, hi);
+    fn(a, last, idx.find(hex_getNote(h, a)));
+    if (last >= hi)
+      return;
+    a = last + 1;
+  }
+}
+
+void writeMemoryUsage(const hexdata *h, owner_index &idx) {
+  if (romweld.log.findSection)
+    log_print("\n");
+  log_print("### Memory Usage ###\n");
+  const uint64_t lo = romweld.log.lo, hi = romweld.log.noExtent ? 0 : romweld.log.hi;
+  // One walk per kind keeps the section free of lists as long as the image.
+  for (size_t row = 0; row < std::size(kKinds); ++row) {
+    bool headed = false;
+    auto head = [&] {
+      if (!headed)
+        log_print(" %s ranges:\n", kKinds[row].name);
+      headed = true;
+    };
+    if (row == kUnusedRow && lo != 0) {
+      head();
+      log_print("  0h - %lXh\n", lo - 1);
+    }
+    if (romweld.log.noExtent)
+      continue;
+    eachStretch(h, idx, lo, hi, [&](uint64_t first, uint64_t last, const log_owner *o) {
+      if ((o ? o->row : kUnusedRow) != row)
+        return;
+      head();
+      if (o)
+        log_print("  %lXh - %lXh\t\t(%s)\n", first, last, o->arg->str.c_str());
+      else
+        log_print("  %lXh - %lXh\n", first, last);
+    });
+  }
+  log_print("\n");
+}
+
+void writeChecksumReports() {}
+
+void writeMap(const hexdata *h, owner_index &idx, const std::vector<log_owner> &owners) {
+  log_print("### Hex Memory Map ###\n Legend:\n");
+  log_print("  %s = %s\n", "--", "Unused memory");
+  for (const log_owner &o : owners) {
+    const log_kind &k = kKinds[o.row];
+    log_print(" %s = %-22s (%s)\n", o.cell.c_str(), k.legend, o.arg->str.c_str());
+    if (!o.trailCell.empty())
+      log_print(" %s = Trailing code          (%s)\n", o.trailCell.c_str(), o.arg->str.c_str());
+  }
+  const uint64_t w = ihex_getMaxLength(romweld.hex);
+  const int digits = 2 * int(romweld.output.format->addrBytes);
+  std::string header(size_t(digits), ' ');
+  header += " |";
+  for (uint64_t c = 0; c < w; ++c)
+    header += formatText(" %02X", unsigned(c));
+  const std::string rule(header.size(), '-');
+  log_print("%s\n%s\n", rule.c_str(), header.c_str());
+  if (romweld.log.noExtent)
+    return;
+
+  const uint64_t H = romweld.log.hi;
+  uint64_t rowStart = romweld.log.lo - romweld.log.lo % w;
+  // The map stops after H when H starts a row, else at the end of H's row.
+  const uint64_t mapLast = H % w == 0 ? H : H + (w - 1 - H % w);
+  bool separate = true;
+  std::string line;
+  for (;;) {
+    const uint64_t rowLast = std::min(rowStart + (w - 1), mapLast);
+    const uint64_t unusedTo = hex_getNote(h, rowStart) ? 0 : hex_findNoteRange(h, rowStart, rowLast);
+    if (!hex_getNote(h, rowStart) && unusedTo == rowLast) {
+      separate = true;
+    } else {
+      if (separate)
+        log_print("%s\n", rule.c_str());
+      separate = false;
+      line = formatText("%.*lX |", digits, rowStart);
+      eachStretch(h, idx, rowStart, rowLast, [&](uint64_t first, uint64_t last, const log_owner *o) {
+        for (uint64_t a = first;; ++a) {
+          if (!o)
+            line += " --";
+          else if (o->trail.group && (a - o->trail.base) % o->trail.group >= o->trail.lead)
+            line += o->trailCell;
+          else
+            line += o->cell;
+          if (a == last)
+            break;
+        }
+      });
+      // The last row of a map that ends right after H has no line end.
+      if (!(rowLast == mapLast && H % w == 0))
+        line += '\n';
+      log_print("%s", line.c_str());
+    }
+    if (rowLast >= mapLast)
+      return;
+    rowStart += w;
+  }
+}
+
+} // namespace
+
+void log_writeOpening() {
+  log_print("### ROMWeld logfile and output summary ###\n\n");
+  log_print("### Command-line arguments ###\n");
+  for (const auto &a : args_all())
+    log_print(" %s\n", a->str.c_str());
+  log_print("\n");
+}
+
+void log_writeClosing() {
+  const hexdata *h = ihex_getImage(romweld.hex);
+  const std::vector<log_owner> owners = numberOwners();
+  owner_index idx;
+  for (const log_owner &o : owners)
+    idx.byNote.emplace(o.arg, &o);
+  writeMemoryUsage(h, idx);
+  if (romweld.sizeRequested) {
+    const uint64_t n = hex_getByteCount(h);
+    log_print("Total data: %lu (%lXh) bytes\n\n", n, n);
+  }
+  writeChecksumReports();
+  writeMap(h, idx, owners);
 }
