@@ -13,6 +13,7 @@
 #include <set>
 #include <string>
 #include <variant>
+#include <vector>
 
 #include "ihex/ck_spec.h"
 #include "ihex/fill_spec.h"
@@ -73,9 +74,28 @@ struct mask_arg {
   maskspec spec;
 };
 
-// -CK
+// -CK. The spec keeps its addresses as typed; the operation records what
+// the log's checksum report needs once the result is stored.
 struct ck_arg {
   ckspec spec;
+  bool computed = false;
+  uint64_t start = 0, end = 0;  // the range summed, in bytes
+  uint64_t dest = 0;            // the first stored byte
+  std::vector<uint8_t> result;  // the result bytes as stored, no trailing codes
+
+  bool hasTrailingCode() const { return !spec.codeBytes.empty(); }
+  // The result most significant byte first, as the report prints it: a
+  // result stored least significant first reads backwards.
+  std::vector<uint8_t> valueOrder() const {
+    return spec.bigEndianResult ? result : std::vector<uint8_t>(result.rbegin(), result.rend());
+  }
+  // Whether addr holds one of the trailing code bytes stored after every
+  // codeBase result bytes.
+  bool isTrailingCode(uint64_t addr) const {
+    const uint64_t k = addr - dest, group = spec.codeBase + spec.codeBytes.size();
+    return computed && hasTrailingCode() && k < ckspec_getTotalResultBytes(&spec) &&
+           k % group >= spec.codeBase;
+  }
 };
 
 // -SERIAL
