@@ -84,10 +84,13 @@ struct ck_arg {
   std::vector<uint8_t> result;  // the result bytes as stored, no trailing codes
 
   bool hasTrailingCode() const { return !spec.codeBytes.empty(); }
-  // The result most significant byte first, as the report prints it: a
-  // result stored least significant first reads backwards.
+  // The result in value order, as the report prints it: a number most
+  // significant byte first, a digest in its standard order. A number stored
+  // least significant first and a digest stored reversed read backwards.
   std::vector<uint8_t> valueOrder() const {
-    return spec.bigEndianResult ? result : std::vector<uint8_t>(result.rbegin(), result.rend());
+    const bool digest = spec.algorithm == CK_SHA1 || spec.algorithm == CK_SHA256;
+    return spec.bigEndianResult != digest ? result
+                                          : std::vector<uint8_t>(result.rbegin(), result.rend());
   }
   // Whether addr holds one of the trailing code bytes stored after every
   // codeBase result bytes.
