@@ -135,3 +135,50 @@ goal "conflicting merge vs clean merge, memory" "$mem_conflict" 2 "<="
 goal "peak memory per byte, big" "$per_conv_big" 2.5 "<="
 goal "peak memory per byte, merge" "$per_merge" 2.5 "<="
 goal "find-and-replace vs conversion, big" "$ratio_find" 1.30 "<="
+
+# ---- checksums (-CK) ---------------------------------------------------------
+# CRC-32 and SHA-256 stored after 16 MiB of 0xFF, side by side with srec_cat
+# filling the same range and storing the same value; the memory written must
+# match. romweld fills with -FILL where it has it, else reads the same bytes
+# from a HEX file (and then srec_cat reads that file too, so both pay the
+# same reading cost). Then the engine alone over 16 MiB in memory.
+echo
+echo "checksums"
+printf '%-14s %9s %9s %7s %10s %8s  %s\n' case romweld srec_cat ratio "peak KiB" "" "memory (bytes lo-hi sha)"
+ck_empty=$data/ck_empty.hex
+[ -f "$ck_empty" ] || echo ":00000001FF" > "$ck_empty"
+ck_ff=$data/ck_ff16m.hex
+[ -f "$ck_ff" ] || python3 - "$ck_ff" <<'PY'
+import sys
+with open(sys.argv[1], "w") as f:
+    rec = bytes([0xFF] * 32)
+    for addr in range(0, 1 << 24, 32):
+        if addr % 0x10000 == 0:
+            hi = addr >> 16
+            s = (2 + 4 + (hi >> 8) + (hi & 0xFF)) & 0xFF
+            f.write(":02000004%04X%02X\n" % (hi, -s & 0xFF))
+        lo = addr & 0xFFFF
+        s = (32 + (lo >> 8) + (lo & 0xFF) + sum(rec)) & 0xFF
+        f.write(":20%04X00%s%02X\n" % (lo, rec.hex().upper(), -s & 0xFF))
+    f.write(":00000001FF\n")
+PY
+if "$romweld" -FILL=w1:0xFF@0:0 -O/dev/null >/dev/null 2>&1; then
+  ck_in=(-FILL=w1:0xFF@0:0xFFFFFF); sc_in=("$ck_empty" -intel -fill 0xFF 0 0x1000000); ck_how="fill"
+else
+  ck_in=("$ck_ff"); sc_in=("$ck_ff" -intel); ck_how="read"
+fi
+ck_case() { # ck_case NAME ROMWELD-CK SREC_CAT-OPTION...
+  local name=$1 ck=$2; shift 2
+  measure "rw_$name" "$romweld" "${ck_in[@]}" "$ck" "-O$out/rw_$name.hex"
+  local rmed=$med rpeak=$peak
+  measure "sc_$name" srec_cat "${sc_in[@]}" "$@" -o "$out/sc_$name.hex" -intel
+  local sum; sum=$(same "$out/rw_$name.hex" "$out/sc_$name.hex" "$name")
+  row "${name}_$ck_how" "$rmed" "$med" "$rpeak" "$sum"
+}
+ck_case crc32 "-CK=0-FFFFFF@1000000g-5w-4p04C11DB7+FFFFFFFFoFFFFFFFF" -crc32-l-e 0x1000000
+ck_case sha256 "-CK=0-FFFFFF@1000000g10" -sha256 0x1000000
+goal "CRC-32 after 16 MiB vs srec_cat ($ck_how)" "$(eval echo \$ratio_crc32_$ck_how)" 0.2 "<="
+goal "SHA-256 after 16 MiB vs srec_cat ($ck_how)" "$(eval echo \$ratio_sha256_$ck_how)" 0.2 "<="
+ninja -C "$build" checksum_bench >/dev/null 2>&1 && "$build/checksum_bench" --benchmark_min_time=0.5 2>/dev/null |
+  awk '/^BM_/ { printf "  %-26s %10s %s  %s\n", $1, $2, $3, $NF }'
+# ---- end of checksums ----------------------------------------------------------

@@ -74,9 +74,31 @@ struct mask_arg {
   maskspec spec;
 };
 
-// -CK
+// -CK. The spec keeps its addresses as typed; the operation records what
+// the log's checksum report needs once the result is stored.
 struct ck_arg {
   ckspec spec;
+  bool computed = false;
+  uint64_t start = 0, end = 0;  // the range summed, in bytes
+  uint64_t dest = 0;            // the first stored byte
+  std::vector<uint8_t> result;  // the result bytes as stored, no trailing codes
+
+  bool hasTrailingCode() const { return !spec.codeBytes.empty(); }
+  // The result in value order, as the report prints it: a number most
+  // significant byte first, a digest in its standard order. A number stored
+  // least significant first and a digest stored reversed read backwards.
+  std::vector<uint8_t> valueOrder() const {
+    const bool digest = spec.algorithm == CK_SHA1 || spec.algorithm == CK_SHA256;
+    return spec.bigEndianResult != digest ? result
+                                          : std::vector<uint8_t>(result.rbegin(), result.rend());
+  }
+  // Whether addr holds one of the trailing code bytes stored after every
+  // codeBase result bytes.
+  bool isTrailingCode(uint64_t addr) const {
+    const uint64_t k = addr - dest, group = spec.codeBase + spec.codeBytes.size();
+    return computed && hasTrailingCode() && k < ckspec_getTotalResultBytes(&spec) &&
+           k % group >= spec.codeBase;
+  }
 };
 
 // -SERIAL: start and interval in address units as typed.
