@@ -94,7 +94,11 @@ struct trailing_layout {
 };
 trailing_layout trailingOf(const romweld_arg *a) {
   trailing_layout t;
-  if (a->id == ARGT_STRING) {
+  if (a->id == ARGT_CHECKSUM) {
+    const ck_arg &c = arg_spec<ck_arg>(a);
+    if (c.computed && c.hasTrailingCode())
+      t = {c.dest, c.spec.codeBase, uint32_t(c.spec.codeBase + c.spec.codeBytes.size())};
+  } else if (a->id == ARGT_STRING) {
     const stringspec &s = arg_spec<string_arg>(a).spec;
     const uint32_t codes = uint32_t(stringspec_countCodeBytes(&s));
     if (codes && units_scale(UNITS_START, stringspec_getStart(&s), romweld.addressing, &t.base))
@@ -196,7 +200,23 @@ void writeMemoryUsage(const hexdata *h, owner_index &idx) {
   log_print("\n");
 }
 
-void writeChecksumReports() {}
+void writeChecksumReports() {
+  unsigned n = 0;
+  for (const auto &a : args_all()) {
+    if (a->id != ARGT_CHECKSUM)
+      continue;
+    if (n == 0)
+      log_print("### Checksum Reports ###\n");
+    const ck_arg &c = arg_spec<ck_arg>(a.get());
+    std::string digits;
+    for (uint8_t b : c.valueOrder())
+      digits += formatText("%02X", b);
+    log_print(" Checksum %u (%s): (%lXh to %lXh) = 0x%s\n", n++, a->str.c_str(), c.start, c.end,
+              digits.c_str());
+  }
+  if (n > 0)
+    log_print("\n");
+}
 
 void writeMap(const hexdata *h, owner_index &idx, const std::vector<log_owner> &owners) {
   log_print("### Hex Memory Map ###\n Legend:\n");
