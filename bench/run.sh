@@ -123,6 +123,31 @@ printf '%-14s %8ss %8ss %7s %10s %8s  %s\n' find_replace "$med" "$convmed" "$rat
   "(other: romweld converting big; $matches matches replaced)"
 # ---- end of find and replace --------------------------------------------------
 
+# ---- fill and mask ---------------------------------------------------------
+# Filling the gaps of big.hex (it starts at 0, so objcopy's gap fill, which
+# begins at the first byte, does the same work), the merge pair filled, and
+# a 2-byte mask over all 16 MiB against the same run without it.
+measure rw_fill "$romweld" "$data/big.hex" -FILL=w1:FF@0:0xFFFFFF "-O$out/rw_fill.hex"
+rmed=$med; rpeak=$peak
+measure oc_fill objcopy -I ihex -O ihex --gap-fill 0xFF --pad-to 0x1000000 "$data/big.hex" "$out/oc_fill.hex"
+sum=$(same "$out/rw_fill.hex" "$out/oc_fill.hex" "fill vs objcopy")
+row fill_oc "$rmed" "$med" "$rpeak" "$sum"
+measure sc_fill srec_cat "$data/big.hex" -intel -fill 0xFF 0 0x1000000 -o "$out/sc_fill.hex" -intel
+sum=$(same "$out/rw_fill.hex" "$out/sc_fill.hex" "fill vs srec_cat")
+row fill_sc "$rmed" "$med" "$rpeak" "$sum"
+
+measure rw_mfill "$romweld" "$data/overlap_a.hex" "$data/overlap_b.hex" -FILL=w1:FF@0:0xFFFFFF "-O$out/rw_mfill.hex"
+rmed=$med; rpeak=$peak
+measure sc_mfill srec_cat -redundant-bytes=ignore "(" "$data/overlap_a.hex" -intel "$data/overlap_b.hex" -intel ")" \
+  -fill 0xFF 0 0x1000000 -o "$out/sc_mfill.hex" -intel
+sum=$(same "$out/rw_mfill.hex" "$out/sc_mfill.hex" "merge and fill")
+row merge_fill "$rmed" "$med" "$rpeak" "$sum"
+
+measure rw_mask "$romweld" "$data/big.hex" -MASK=3FFF@0-FFFFFF "-O$out/rw_mask.hex"
+rmed=$med; rpeak=$peak
+measure rw_nomask "$romweld" "$data/big.hex" "-O$out/rw_nomask.hex"
+row mask "$rmed" "$med" "$rpeak" "$(python3 "$root/bench/hexsum.py" "$out/rw_mask.hex")"
+
 echo
 goal() { awk -v v="$2" -v lim="$3" -v op="$4" 'BEGIN { ok = (op == "<=" ? v <= lim : v < lim); exit !ok }' \
   && echo "met:    $1 ($2 $4 $3)" || echo "missed: $1 ($2, goal $4 $3)"; }
@@ -135,6 +160,11 @@ goal "conflicting merge vs clean merge, memory" "$mem_conflict" 2 "<="
 goal "peak memory per byte, big" "$per_conv_big" 2.5 "<="
 goal "peak memory per byte, merge" "$per_merge" 2.5 "<="
 goal "find-and-replace vs conversion, big" "$ratio_find" 1.30 "<="
+goal "fill vs objcopy" "$ratio_fill_oc" 0.5 "<="
+goal "fill vs srec_cat" "$ratio_fill_sc" 0.2 "<="
+goal "merge and fill vs srec_cat" "$ratio_merge_fill" 0.2 "<="
+goal "2-byte mask vs no mask" "$ratio_mask" 1.3 "<="
+goal "peak memory per byte, fill" "$per_fill_oc" 2.5 "<="
 
 # ---- checksums (-CK) ---------------------------------------------------------
 # CRC-32 and SHA-256 stored after 16 MiB of 0xFF, side by side with srec_cat

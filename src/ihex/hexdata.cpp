@@ -1073,6 +1073,13 @@ const hex_row *hex_getRow(const hexdata *h, uint64_t row) {
   return b && (b->flags & BLK_DATA) ? &b->r : nullptr;
 }
 
+uint8_t *hex_rowData(hexdata *h, uint64_t row) {
+  if (noImage(h))
+    return nullptr;
+  hex_block *b = findBlock(h, row);
+  return b && (b->flags & BLK_DATA) ? b->r.data : nullptr;
+}
+
 // ---- stores -----------------------------------------------------------------
 
 int hex_storeByte(hexdata *h, uint64_t addr, uint8_t value) { return storeOne(h, addr, value, false); }

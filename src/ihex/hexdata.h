@@ -80,6 +80,11 @@ const hex_row *hex_getRow(const hexdata *h, uint64_t row);
 // Lowest present address >= start, as a full 64-bit value; false when none
 // up to hex_hiAddr. Unlike hex_findByte it can tell address 0 from none.
 bool hex_nextPresent(const hexdata *h, uint64_t start, uint64_t *found);
+// The data bytes of a row for changing present bytes in place (engines
+// that rewrite data without storing it anew: masking). Attributes and notes
+// stay as they are, so the caller must leave every absent slot 0. Null when
+// the row has no data row, as for hex_getRow.
+uint8_t *hex_rowData(hexdata *h, uint64_t row);
 
 // ---- stores -------------------------------------------------------------
 int hex_storeByte(hexdata *h, uint64_t addr, uint8_t value);
