@@ -148,6 +148,18 @@ rmed=$med; rpeak=$peak
 measure rw_nomask "$romweld" "$data/big.hex" "-O$out/rw_nomask.hex"
 row mask "$rmed" "$med" "$rpeak" "$(python3 "$root/bench/hexsum.py" "$out/rw_mask.hex")"
 
+# ---- log file ------------------------------------------------------------------
+# The 16 MiB image with its full log (about a million map lines) against the
+# same run without it: the log may at most double the time, and adds no
+# memory in proportion to the image.
+measure rw_log "$romweld" "$data/big.hex" "-O$out/rw_log.hex" "-LOGFILE=$out/rw_log.log"
+logmed=$med; logpeak=$peak
+measure rw_nolog "$romweld" "$data/big.hex" "-O$out/rw_nolog.hex"
+ratio_log=$(awk -v a="$logmed" -v b="$med" 'BEGIN { printf "%.2f", (b > 0 ? a / b : 0) }')
+printf '%-14s %8ss %8ss %7s %10s %8s  %s\n' log "$logmed" "$med" "$ratio_log" "$logpeak" "" \
+  "(other: the same run without -LOGFILE, $peak KiB; $(wc -l < "$out/rw_log.log") log lines)"
+# ---- end of log file -----------------------------------------------------------
+
 echo
 goal() { awk -v v="$2" -v lim="$3" -v op="$4" 'BEGIN { ok = (op == "<=" ? v <= lim : v < lim); exit !ok }' \
   && echo "met:    $1 ($2 $4 $3)" || echo "missed: $1 ($2, goal $4 $3)"; }
@@ -160,6 +172,7 @@ goal "conflicting merge vs clean merge, memory" "$mem_conflict" 2 "<="
 goal "peak memory per byte, big" "$per_conv_big" 2.5 "<="
 goal "peak memory per byte, merge" "$per_merge" 2.5 "<="
 goal "find-and-replace vs conversion, big" "$ratio_find" 1.30 "<="
+goal "log vs no log, big" "$ratio_log" 2 "<="
 goal "fill vs objcopy" "$ratio_fill_oc" 0.5 "<="
 goal "fill vs srec_cat" "$ratio_fill_sc" 0.2 "<="
 goal "merge and fill vs srec_cat" "$ratio_merge_fill" 0.2 "<="

@@ -162,6 +162,8 @@ step_result openLog(size_t) {
     return STEP_FAIL;
   }
   romweld.log.fp = atomic_stream(romweld.log.file);
+  // A map can run to tens of megabytes: write it in large blocks.
+  std::setvbuf(romweld.log.fp, nullptr, _IOFBF, size_t(1) << 20);
   log_writeOpening();
   return STEP_NEXT;
 }

@@ -25,6 +25,11 @@ void log_print(const char *fmt, ...) {
   va_end(ap);
 }
 
+void log_write(const char *text, size_t n) {
+  if (romweld.log.fp)
+    std::fwrite(text, 1, n, romweld.log.fp);
+}
+
 void log_findSection() {
   if (!log_isOpen() || romweld.log.findSection)
     return;
@@ -44,6 +49,29 @@ std::string formatText(const char *fmt, ...) {
   const int n = std::vsnprintf(buf, sizeof buf, fmt, ap);
   va_end(ap);
   return std::string(buf, n > 0 ? std::min<size_t>(size_t(n), sizeof buf - 1) : 0);
+}
+
+// The row address with the column's digit count, as "%.*lX" prints it,
+// without a format call per row: a map can have a million rows.
+void appendHex(std::string &out, uint64_t v, int digits) {
+  char buf[16];
+  int n = 0;
+  do {
+    buf[n++] = "0123456789ABCDEF"[v & 15];
+    v >>= 4;
+  } while (v != 0);
+  for (int i = n; i < digits; ++i)
+    out += '0';
+  while (n > 0)
+    out += buf[--n];
+}
+
+std::string repeat(const std::string &cell, uint64_t n) {
+  std::string out;
+  out.reserve(cell.size() * n);
+  for (uint64_t i = 0; i < n; ++i)
+    out += cell;
+  return out;
 }
 
 // A map cell: a blank, then the key with the record's number.
@@ -240,41 +268,62 @@ void writeMap(const hexdata *h, owner_index &idx, const std::vector<log_owner> &
 
   const uint64_t H = romweld.log.hi;
   uint64_t rowStart = romweld.log.lo - romweld.log.lo % w;
-  // The map stops after H when H starts a row, else at the end of H's row.
-  const uint64_t mapLast = H % w == 0 ? H : H + (w - 1 - H % w);
+  // The map stops after H when H starts a row, else at the end of H's row
+  // (or of the address space, should that row run past it).
+  const uint64_t toRowEnd = w - 1 - H % w;
+  const uint64_t mapLast = H % w == 0 ? H : (H > ~toRowEnd ? ~uint64_t(0) : H + toRowEnd);
+  // Cells are appended a stretch at a time from runs of one owner's cell.
+  const std::string unusedRun = repeat(" --", w);
+  std::vector<std::string> runs(owners.size());
+  for (size_t i = 0; i < owners.size(); ++i)
+    runs[i] = repeat(owners[i].cell, w);
   bool separate = true;
-  std::string line;
+  std::string out;
   for (;;) {
     const uint64_t rowLast = std::min(rowStart + (w - 1), mapLast);
-    const uint64_t unusedTo = hex_getNote(h, rowStart) ? 0 : hex_findNoteRange(h, rowStart, rowLast);
-    if (!hex_getNote(h, rowStart) && unusedTo == rowLast) {
-      separate = true;
-    } else {
-      if (separate)
-        log_print("%s\n", rule.c_str());
-      separate = false;
-      line = formatText("%.*lX |", digits, rowStart);
-      eachStretch(h, idx, rowStart, rowLast, [&](uint64_t first, uint64_t last, const log_owner *o) {
+    if (!hex_getNote(h, rowStart)) {
+      // Wholly unused rows are skipped, however many: the next printed row
+      // is the one where the unused stretch ends.
+      const uint64_t unusedTo = hex_findNoteRange(h, rowStart, mapLast);
+      if (unusedTo >= rowLast) {
+        separate = true;
+        if (unusedTo == mapLast)
+          break;
+        rowStart = unusedTo + 1 - (unusedTo + 1) % w;
+        continue;
+      }
+    }
+    if (separate)
+      out += rule + '\n';
+    separate = false;
+    appendHex(out, rowStart, digits);
+    out += " |";
+    eachStretch(h, idx, rowStart, rowLast, [&](uint64_t first, uint64_t last, const log_owner *o) {
+      const uint64_t k = last - first + 1;
+      if (!o) {
+        out.append(unusedRun, 0, k * 3);
+      } else if (!o->trail.group) {
+        out.append(runs[size_t(o - owners.data())], 0, k * o->cell.size());
+      } else {
         for (uint64_t a = first;; ++a) {
-          if (!o)
-            line += " --";
-          else if (o->trail.group && (a - o->trail.base) % o->trail.group >= o->trail.lead)
-            line += o->trailCell;
-          else
-            line += o->cell;
+          out += (a - o->trail.base) % o->trail.group >= o->trail.lead ? o->trailCell : o->cell;
           if (a == last)
             break;
         }
-      });
-      // The last row of a map that ends right after H has no line end.
-      if (!(rowLast == mapLast && H % w == 0))
-        line += '\n';
-      log_print("%s", line.c_str());
+      }
+    });
+    // The last row of a map that ends right after H has no line end.
+    if (!(rowLast == mapLast && H % w == 0))
+      out += '\n';
+    if (out.size() >= (size_t(1) << 20)) {
+      log_write(out.data(), out.size());
+      out.clear();
     }
     if (rowLast >= mapLast)
-      return;
+      break;
     rowStart += w;
   }
+  log_write(out.data(), out.size());
 }
 
 } // namespace

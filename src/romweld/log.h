@@ -7,10 +7,14 @@
 // here does nothing.
 #pragma once
 
+#include <cstddef>
+
 bool log_isOpen();
 
-// The one output path of every log line.
+// The output paths of every log line: formatted, and as it stands (for
+// the map's rows, which are many).
 void log_print(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
+void log_write(const char *text, size_t n);
 
 // The opening sections (title and command-line arguments), written when
 // the log is opened, and the closing ones (memory usage, size, checksum
