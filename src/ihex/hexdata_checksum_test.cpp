@@ -136,16 +136,6 @@ ckspec makeSpec(int32_t g, uint64_t start, uint64_t end, uint32_t w = 0) {
   return s;
 }
 
-std::string hexBytes(const std::vector<uint8_t> &v) {
-  std::string s;
-  char t[3];
-  for (uint8_t b : v) {
-    std::snprintf(t, sizeof t, "%02X", b);
-    s += t;
-  }
-  return s;
-}
-
 TEST(Checksum, FastPathMatchesTheModelOnRandomImagesAndSpecs) {
   std::mt19937_64 rng(20240611);
   const int32_t algorithms[] = {1, 2, 3, 4, -1, -2, -3, -4, 5, -5, 7, 8, 10, 11};

@@ -54,6 +54,16 @@ inline std::string hexText(uint64_t v) {
   return tmp;
 }
 
+// Bytes as hexadecimal digits, in the order given ("0159").
+inline std::string hexBytes(const std::vector<uint8_t> &v) {
+  std::string s;
+  for (uint8_t b : v) {
+    s += "0123456789ABCDEF"[b >> 4];
+    s += "0123456789ABCDEF"[b & 15];
+  }
+  return s;
+}
+
 inline void addSlot(std::string &out, uint64_t a, uint8_t data, uint8_t attr, const void *note) {
   if (attr || note)
     addToken(out, hexText(a) + "=" + slotText(data, attr, note));

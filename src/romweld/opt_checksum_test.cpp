@@ -8,6 +8,7 @@
 
 #include "common/alert.h"
 #include "ihex/hex_errno.h"
+#include "ihex/testutil.h"
 #include "romweld/args.h"
 #include "romweld/options.h"
 #include "romweld/settings.h"
@@ -40,16 +41,6 @@ protected:
   }
 };
 
-std::string hexOf(const std::vector<uint8_t> &v) {
-  std::string s;
-  char t[3];
-  for (uint8_t b : v) {
-    std::snprintf(t, sizeof t, "%02X", b);
-    s += t;
-  }
-  return s;
-}
-
 // The parsed spec in one line: "+g5 0-1FFF@5FFC w2 le +1234 p1021 oFFFF r2 s4.2 t34.1".
 std::string summary(const ckspec &s) {
   std::string out = alert_format("%sg%d ", s.clobber ? "+" : "", s.algorithm);
@@ -66,7 +57,7 @@ std::string summary(const ckspec &s) {
   if (s.skipWordWidth)
     out += alert_format(" s%u.%u", s.skipWordWidth, s.skipBytes);
   if (!s.codeBytes.empty())
-    out += " t" + hexOf(s.codeBytes) + alert_format(".%u", s.codeBase);
+    out += " t" + testutil::hexBytes(s.codeBytes) + alert_format(".%u", s.codeBase);
   return out;
 }
 
@@ -158,7 +149,7 @@ std::string checkValue(const char *text) {
   a.str = text;
   if (parseCHECKSUM(&a) != MATCH_OK || !doCHECKSUM(&a))
     return "refused";
-  return hexOf(arg_spec<ck_arg>(&a).valueOrder());
+  return testutil::hexBytes(arg_spec<ck_arg>(&a).valueOrder());
 }
 
 // Every catalogue CRC whose width is whole bytes and whose input and output
