@@ -1,5 +1,5 @@
 // libFuzzer target for the Intel HEX reader. The first input byte picks a
-// read spec (none, a range, a negative or positive offset, forced store);
+// read settings (none, a range, a negative or positive offset, forced store);
 // the rest is the file. Whatever the reader accepted must write in every
 // variant, and what INHX032 writes must read back to the same image.
 #include <cstdint>

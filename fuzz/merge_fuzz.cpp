@@ -5,7 +5,7 @@
 // and from the merge, the same outcome, the same extent, and the same bytes,
 // attributes and notes in the main image.
 //
-// Input: byte 0 picks the later file's read spec and force, byte 1 where the
+// Input: byte 0 picks the later file's read settings and force, byte 1 where the
 // rest splits into the main file and the later file.
 #include <cstdint>
 #include <cstdio>

@@ -1,4 +1,4 @@
-// Checksum specification: what -CK computes (algorithm, range, in-word byte
+// Checksum record: what -CK computes (algorithm, range, in-word byte
 // reversal, byte skipping, offset, polynomial, XOR) and how the result is
 // stored (destination, width, byte order, trailing code bytes after every
 // codeBase result bytes, clobber, preserve, owner). A plain value owned by
@@ -54,7 +54,7 @@ bool ckspec_isAdditive(int32_t algorithm); // 1..4 and -1..-4
 uint32_t ckspec_getMinWidth(int32_t algorithm); // 0 for an unknown algorithm
 uint32_t ckspec_getMaxWidth(int32_t algorithm);
 
-// Accessors; ENULL and 0/false for a null spec.
+// Accessors; ENULL and 0/false for a null record.
 int32_t ckspec_getAlgorithm(const ckspec *s);
 uint64_t ckspec_getRangeStart(const ckspec *s);
 uint64_t ckspec_getRangeEnd(const ckspec *s);
@@ -82,7 +82,7 @@ uint64_t ckspec_getTotalResultBytes(const ckspec *s);
 // skip bytes would cover the whole word.
 bool ckspec_isSkipped(const ckspec *s, uint64_t addr);
 
-// Setters; ENULL for a null spec. Those marked "overlap" record
+// Setters; ENULL for a null record. Those marked "overlap" record
 // CKSPEC_EOVERLAPS, and still store, when the first or last stored result
 // byte then falls inside the range.
 bool ckspec_setRange(ckspec *s, uint64_t start, uint64_t end); // EBADADDR; overlap

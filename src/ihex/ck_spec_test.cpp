@@ -1,4 +1,4 @@
-// The spec's refusals and its overlap rule, which the command line reaches
+// The record's refusals and its overlap rule, which the command line reaches
 // only behind the parser's own checks.
 #include "ihex/ck_spec.h"
 

@@ -1,4 +1,4 @@
-// Fill specification: what one -FILL writes and where. A plain record with
+// Fill record: what one -FILL writes and where. A plain record with
 // accessors; each refusal is recorded in the error list (hex_errno.h) and
 // leaves the record unchanged. No image, no messages.
 //
@@ -35,7 +35,7 @@ struct fillspec {
   uint32_t rowLength = 16;     // FILL_DATA_ROWS: bytes per row, never 0
 };
 
-// Setters return 1, or 0 with the code recorded; a null spec records ENULL.
+// Setters return 1, or 0 with the code recorded; a null record gives ENULL.
 [[nodiscard]] int fillspec_setWidth(fillspec *f, uint32_t width);   // EBADWIDTH outside 1..8
 [[nodiscard]] int fillspec_addValue(fillspec *f, uint64_t value);   // EWIDEVALUE, EINC
 [[nodiscard]] int fillspec_setIncrement(fillspec *f, int32_t inc);  // EINC with several values
@@ -46,13 +46,13 @@ struct fillspec {
 int fillspec_setPreserveData(fillspec *f, bool on);
 int fillspec_setOwner(fillspec *f, const void *owner);
 
-// Getters return 0 (or false) for a null spec, with ENULL recorded.
+// Getters return 0 (or false) for a null record, with ENULL recorded.
 uint32_t fillspec_getWidth(const fillspec *f);
 uint64_t fillspec_getMask(const fillspec *f);
 uint32_t fillspec_countValues(const fillspec *f);
 uint64_t fillspec_getValue(const fillspec *f, uint32_t i); // ENOVALUE past the count
 int32_t fillspec_getIncrement(const fillspec *f);
-int fillspec_getMode(const fillspec *f); // -1 for a null spec
+int fillspec_getMode(const fillspec *f); // -1 for a null record
 bool fillspec_hasStart(const fillspec *f);
 uint64_t fillspec_getStart(const fillspec *f); // 0 when not set
 bool fillspec_hasEnd(const fillspec *f);

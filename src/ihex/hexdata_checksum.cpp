@@ -2,7 +2,7 @@
 // reversal or skipping applies, whole rows go to the algorithm straight from
 // the image (an absent slot holds 0, which is what an undefined byte is fed
 // as); otherwise the mapped bytes are gathered into a small buffer first.
-// The CRCs process eight bytes per step from tables built for the spec's
+// The CRCs process eight bytes per step from tables built for the record's
 // polynomial and width.
 #include "ihex/hexdata_checksum.h"
 

@@ -1,6 +1,6 @@
 // Checksum engine: walks a ckspec's range of the memory image as a byte
 // stream (optional in-word reversal and byte skipping; undefined bytes are
-// fed as 0, or left out by the additive sums), runs the spec's algorithm,
+// fed as 0, or left out by the additive sums), runs the record's algorithm,
 // turns the value into result bytes (with trailing codes) and stores them.
 //
 // Undefined bytes are reported as EUNDEFADDR records (address, whether the
@@ -18,7 +18,7 @@
 
 // Computes s over h and stores the result at s's destination, when it has
 // one; the W result bytes (stored order, no trailing codes) go to resultOut
-// when given. False with a recorded code: ENULL (no image or spec, or
+// when given. False with a recorded code: ENULL (no image or record, or
 // neither a destination nor resultOut), ENODATA (no range), EBADSKIP,
 // EUNKNOWNTYPE, EBADPOLY (a CRC without polynomial), ECLASH (a different
 // byte is there and s may not clobber), EPRESERVED, EMEMORY. A forced
@@ -26,7 +26,7 @@
 // storing. Bytes stored before a failure stay.
 [[nodiscard]] bool hex_checksum(hexdata *h, const ckspec *s, std::vector<uint8_t> *resultOut);
 
-// The routines behind hex_checksum, for a spec that passed its checks.
+// The routines behind hex_checksum, for a record that passed its checks.
 // Numeric results are full 64-bit values; the result keeps their low W bytes.
 uint64_t checksumAdditive(const hexdata *h, const ckspec *s);
 uint64_t checksumCRC(const hexdata *h, const ckspec *s);

@@ -1,5 +1,5 @@
 // The checksum engine against a byte-at-a-time model of every algorithm on
-// seeded random images and specs, the values users check by hand, and the
+// seeded random images and records, the values users check by hand, and the
 // rules for storing the result.
 #include "ihex/hexdata_checksum.h"
 

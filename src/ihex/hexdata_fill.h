@@ -1,5 +1,5 @@
-// Fill engine: writes a fill spec's pattern (fill_spec.h) into an image over
-// the spec's range, in the spec's mode, walking rows. The pattern is aligned
+// Fill engine: writes a fill record's pattern (fill_spec.h) into an image over
+// the record's range, in the record's mode, walking rows. The pattern is aligned
 // to absolute addresses: address a takes pattern byte a mod P (P = width ×
 // values), wherever the range starts. A counting pattern advances once per
 // pattern period ended inside the range, written or not, so the value at an

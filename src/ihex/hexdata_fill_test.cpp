@@ -64,7 +64,7 @@ int modelFill(Model &m, const fillspec &f, uint64_t limit, std::string *err) {
 }
 
 // Random images near address 0 and at the top of the address space, random
-// specs of every mode, width and increment, ranges starting and ending
+// records of every mode, width and increment, ranges starting and ending
 // anywhere in a row; compared as testutil's present() and bounds() show.
 TEST(Fill, MatchesTheModel) {
   for (uint64_t seed = 1; seed <= 1500; ++seed) {

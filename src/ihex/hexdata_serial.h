@@ -7,8 +7,8 @@
 #include "ihex/serial_spec.h"
 #include "ihex/string_spec.h"
 
-// Stores every copy of the spec's code. False, with the code recorded, on:
-// ENULL (no image or spec), ENOSTART, ENOCODE, EOVERLAPS (the code is
+// Stores every copy of the record's code. False, with the code recorded, on:
+// ENULL (no image or record), ENOSTART, ENOCODE, EOVERLAPS (the code is
 // longer than the interval), EBELOWZERO (a copy would lie below address 0
 // or past the top of the address space), or the first refused byte
 // (ECLASH, EPRESERVED, EMEMORY). A forced overwrite of forced data records

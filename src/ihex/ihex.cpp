@@ -29,7 +29,7 @@ template <class T> static bool missing(const T *p) {
   return true;
 }
 
-// ---- read spec ------------------------------------------------------------
+// ---- read settings ----------------------------------------------------------
 
 bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value) {
   if (missing(s))

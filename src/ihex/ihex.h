@@ -1,7 +1,7 @@
 // Hex object and Intel HEX codec: a memory image together with the start
 // addresses Intel HEX can carry (CS:IP from record type 03, EIP from type
 // 05), the writer's record breaks and maximum data record length; the reader
-// (ihex_readSpecd) under a read spec (range, offset, preserve, clobber,
+// (ihex_readSpecd) under read settings (range, offset, preserve, clobber,
 // note) and the writer (ihex_write) for the four output variants. Neither
 // prints: problems are recorded in the error list (hex_errno.h).
 #pragma once

@@ -1,4 +1,4 @@
-// Mask specification: the mask bytes of one -MASK in the order written and
+// Mask record: the mask bytes of one -MASK in the order written and
 // the range they are ANDed over. A plain record with accessors; refusals
 // are recorded in the error list (hex_errno.h). No image, no messages.
 #pragma once
@@ -15,7 +15,7 @@ struct maskspec {
   bool willPreserveData = false; // mark every masked byte preserved
 };
 
-// Setters return 1, or 0 with the code recorded; a null spec records ENULL.
+// Setters return 1, or 0 with the code recorded; a null record gives ENULL.
 int maskspec_addMask(maskspec *m, uint8_t mask);
 [[nodiscard]] int maskspec_setStart(maskspec *m, uint64_t start); // EBADADDR above the end
 [[nodiscard]] int maskspec_setEnd(maskspec *m, uint64_t end);     // EBADADDR below the start

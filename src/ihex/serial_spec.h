@@ -1,4 +1,4 @@
-// Serial spec record: a code sequence stored at a fixed address, optionally
+// Serial record: a code sequence stored at a fixed address, optionally
 // repeated at an address interval with the code counted up or down from
 // one copy to the next. One per -SERIAL argument; the string store builds
 // a one-copy record of its own. Plain data and accessors: no image, no

@@ -1,4 +1,4 @@
-// String spec record: a character string stored at a fixed address with its
+// String record: a character string stored at a fixed address with its
 // terminating NUL, either as bytes (each optionally followed by trailing
 // code bytes) or packed two 7-bit characters to a 14-bit word. One per
 // -STRING / -STRPACK argument. Plain data and accessors: no image, no

@@ -49,8 +49,8 @@ struct romweld_arg {
   argspec spec;             // the kind's data (argspec.h)
 };
 
-// The record's spec of kind Spec: a parser starts it with arg_newSpec, its
-// operation reads it with arg_spec. Asking a record for another kind's spec
+// The record's kind data of type Spec: a parser starts it with arg_newSpec,
+// its operation reads it with arg_spec. Asking a record for another kind's data
 // is a programming error.
 template <class Spec>
 Spec &arg_newSpec(romweld_arg *a) {

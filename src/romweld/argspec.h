@@ -1,9 +1,9 @@
-// Kind data of an argument record: what a parser extracted, one spec record
+// Kind data of an argument record: what a parser extracted, one record
 // per kind, owned by the argument. A record holds exactly one alternative,
 // the one of its kind, set by its parser and read by its operation; an
 // option file reaches only its own kind through arg_spec<T>. A new option
-// family adds its spec record (fillspec, ckspec, serialspec, stringspec, the
-// mask spec, findspec) as one more alternative here and nothing else.
+// family adds its record (fillspec, ckspec, serialspec, stringspec, the
+// mask record, findspec) as one more alternative here and nothing else.
 // Addresses are kept in address units as typed; operations convert them
 // with the run's unit (units.h).
 #pragma once
@@ -74,7 +74,7 @@ struct mask_arg {
   maskspec spec;
 };
 
-// -CK. The spec keeps its addresses as typed; the operation records what
+// -CK. The record keeps its addresses as typed; the operation records what
 // the log's checksum report needs once the result is stored.
 struct ck_arg {
   ckspec spec;

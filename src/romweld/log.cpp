@@ -114,7 +114,7 @@ size_t kindRow(uint32_t id) {
 
 // Where a record's trailing codes sit among the bytes it stored: from
 // `base`, every `group` bytes begin with `lead` data bytes and end with
-// codes. Derived from the record's own spec, so the image needs no mark.
+// codes. Derived from the owning argument's record, so the image needs no mark.
 struct trailing_layout {
   uint64_t base = 0;
   uint32_t lead = 0;

@@ -2,9 +2,9 @@
 // opening and closing sections, and the sections the run adds while it
 // goes on. The memory usage and the map cover the log's extents
 // (romweld.log) and name each byte's owner from the image's notes; the
-// trailing-code cells of checksums and strings come from their specs. The stream is romweld.log.fp,
-// opened by the pipeline before any option runs; without a log every call
-// here does nothing.
+// trailing-code cells of checksums and strings come from their records.
+// The stream is romweld.log.fp, opened by the pipeline before any option
+// runs; without a log every call here does nothing.
 #pragma once
 
 #include <cstddef>

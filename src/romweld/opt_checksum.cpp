@@ -139,7 +139,7 @@ bool buildSpec(romweld_arg *a, const controls &c, const rangereq &range, ckspec 
     arg_error(a, "unknown/unsupported checksum algorithm (%d)", algorithm);
     return false;
   }
-  // A reversed range is not refused here: the spec is left without one and
+  // A reversed range is not refused here: the record is left without one and
   // the operation reports that it has no data range.
   (void)ckspec_setRange(s, range.startValue, range.endValue);
   if (c.width.has) {

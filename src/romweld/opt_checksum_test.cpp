@@ -41,7 +41,7 @@ protected:
   }
 };
 
-// The parsed spec in one line: "+g5 0-1FFF@5FFC w2 le +1234 p1021 oFFFF r2 s4.2 t34.1".
+// The parsed record in one line: "+g5 0-1FFF@5FFC w2 le +1234 p1021 oFFFF r2 s4.2 t34.1".
 std::string summary(const ckspec &s) {
   std::string out = alert_format("%sg%d ", s.clobber ? "+" : "", s.algorithm);
   out += s.hasRange ? alert_format("%lX-%lX", s.rangeStart, s.rangeEnd) : "norange";

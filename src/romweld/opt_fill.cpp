@@ -169,7 +169,7 @@ int parseFILL(romweld_arg *a) {
 bool doFILL(romweld_arg *a) {
   const fillspec &typed = arg_spec<fill_arg>(a).spec;
   hex_clearErrors();
-  // The spec in byte addresses. "@address" alone fills that one address
+  // The record in byte addresses. "@address" alone fills that one address
   // (all of its unit); ",data" without an end leaves the end unset.
   fillspec f = typed;
   if (!units_toBytes(a, "start address", UNITS_START, typed.start, &f.start))

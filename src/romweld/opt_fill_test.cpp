@@ -1,4 +1,4 @@
-// -FILL and -MASK option texts: what each parser makes of a text, as spec
+// -FILL and -MASK option texts: what each parser makes of a text, as record
 // fields, or the one message it issues. What the options then do to an
 // image is seen in test/cli (fill.test, mask.test).
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ std::string fields(const maskspec &m) {
   return alert_format("%s %lX-%lX", v.c_str(), m.start, m.end);
 }
 
-// Each text: its first message, if any, then " | " and the spec's fields
+// Each text: its first message, if any, then " | " and the record's fields
 // when it parses.
 TEST(FillMaskParse, Table) {
   struct Row {

@@ -27,7 +27,7 @@ namespace {
 // Codes and masks drop an odd final digit, with a warning, as -MASK does.
 constexpr int kNibbles = NIBBLE_LAST_TRUNCATE;
 
-// The parser built the spec; executions also keep their matches in it.
+// The parser built the record; executions also keep their matches in it.
 find_arg &findOf(romweld_arg *a) {
   find_arg *f = std::get_if<find_arg>(&a->spec);
   ROMWELD_ASSERT(f != nullptr);
@@ -179,7 +179,7 @@ bool updateFindSpecAddressing(const romweld_arg *a, const find_arg &f, findspec 
          units_toBytes(a, "alignment", UNITS_INTERVAL, f.spec.alignment, &bytes->alignment);
 }
 
-// The parser refuses every spec the search could refuse.
+// The parser refuses every record the search could refuse.
 constexpr drain_row kSearchRows[] = {drain_internal(ENULL), drain_internal(ENOCODE)};
 
 // Changing a match: overwriting or deleting a byte that another argument

@@ -1,5 +1,5 @@
 // -FIND, ,REPLACE and ,DELETE below the command line: every parse outcome
-// as text -> spec or exact messages, and the preserved-run refusal, which no
+// as text -> record or exact messages, and the preserved-run refusal, which no
 // option on the command line can set up yet. What users see of a run is in
 // test/cli/find.test.
 #include <gtest/gtest.h>

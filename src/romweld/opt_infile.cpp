@@ -152,8 +152,8 @@ void reconcile(romweld_arg *a, startaddr *s, bool allowed, const char *kind, uin
   }
 }
 
-// The read spec with its range and offset turned from address units into
-// bytes, exactly once, with the unit -ADDRESSING set for the run.
+// The read settings with their range and offset turned from address units
+// into bytes, exactly once, with the unit -ADDRESSING set for the run.
 bool readSpecInBytes(const romweld_arg *a, const ihex_readspec &units, ihex_readspec *bytes) {
   *bytes = units;
   if (units.hasStart && !units_toBytes(a, "start address", UNITS_START, units.start, &bytes->start))
