@@ -16,7 +16,7 @@ namespace {
 
 using namespace testutil;
 
-// ---- the model: the Part's steps one address at a time ---------------------
+// ---- the model: each algorithm's steps one address at a time --------------
 
 struct model_undef {
   bool any = false, skipped = false;
