@@ -9,8 +9,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include "ihex/hex_errno.h"
-#include "ihex/hexdata_checksum.h"
+#include "image/hex_errno.h"
+#include "image/hexdata_checksum.h"
 
 namespace {
 

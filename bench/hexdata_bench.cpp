@@ -1,5 +1,5 @@
 // Memory image benchmarks: plain and forced stores, merging 16 MiB images,
-// hex_findByte over a sparse image, walks over the whole 64-bit space. "hexdata_bench --peak" instead builds
+// hex_nextPresent over a sparse image, walks over the whole 64-bit space. "hexdata_bench --peak" instead builds
 // the images of a typical run, each in a child process, and prints the
 // child's peak resident memory.
 #include <sys/resource.h>
@@ -13,8 +13,8 @@
 
 #include <benchmark/benchmark.h>
 
-#include "ihex/hex_errno.h"
-#include "ihex/hexdata.h"
+#include "image/hex_errno.h"
+#include "image/hexdata.h"
 
 namespace {
 
@@ -118,24 +118,21 @@ hexdata *sparseImage() {
   return h;
 }
 
-// Walks every record of the sparse image with hex_findByte, the way a
+// Walks every record of the sparse image with hex_nextPresent, the way a
 // writer or a find pass hops from one stretch of data to the next.
-void BM_FindByteSparse(benchmark::State &st) {
+void BM_NextPresentSparse(benchmark::State &st) {
   hexdata *h = sparseImage();
   for (auto _ : st) {
-    uint64_t a = 1, hops = 0;
-    for (;;) {
-      uint32_t f = hex_findByte(h, a, 0xFFFFFFFF);
-      if (f == 0)
-        break;
+    uint64_t a = 1, hops = 0, f = 0;
+    while (hex_nextPresent(h, a, &f) && f <= 0xFFFFFFFF) {
       ++hops;
-      a = uint64_t(f) + 16;
+      a = f + 16;
     }
     benchmark::DoNotOptimize(hops);
   }
   hex_destroy(h);
 }
-BENCHMARK(BM_FindByteSparse)->Unit(benchmark::kMillisecond);
+BENCHMARK(BM_NextPresentSparse)->Unit(benchmark::kMillisecond);
 
 // Bytes scattered over the whole 64-bit space, then every walk the writer,
 // the log and the engines make over all of it: create, store, walk, destroy.

@@ -19,6 +19,7 @@ if [ ${#need[@]} -gt 0 ]; then
 fi
 
 cmake -S "$root" -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Release -DROMWELD_BENCH=ON \
+  -DROMWELD_STATIC=ON -DROMWELD_TESTS=OFF \
   ${BENCH_CXXFLAGS:+-DCMAKE_CXX_FLAGS="$BENCH_CXXFLAGS"} >/dev/null
 ninja -C "$build" hexgen_gen $([ -z "${ROMWELD:-}" ] && echo romweld) >/dev/null
 romweld=${ROMWELD:-$build/romweld}

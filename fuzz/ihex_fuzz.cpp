@@ -7,8 +7,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "ihex/hex_errno.h"
-#include "ihex/ihex.h"
+#include "image/hex_errno.h"
+#include "formats/ihex.h"
 
 namespace {
 

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "fuzz/harness.h"
-#include "ihex/hex_errno.h"
-#include "ihex/ihex.h"
+#include "image/hex_errno.h"
+#include "formats/ihex.h"
 
 namespace {
 

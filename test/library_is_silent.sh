@@ -1,12 +1,12 @@
 #!/bin/sh
-# The image library records error codes and never prints or ends the
-# process: no object file of the built library may call a function that
+# The image library and the codecs record error codes and never print or
+# end the process: no object file of theirs may call a function that
 # prints, reach standard output or standard error, call the message
 # service, or exit. The one out-of-memory path (alert_outOfMemory) and the
 # assertion (check_failed) are its only ways out. Writing HEX text with
 # fwrite/fflush to a stream the caller passed is the writer's job.
-# Usage: library_is_silent.sh path/to/libromweld_ihex.a
-lib=$1
+# Usage: library_is_silent.sh path/to/libromweld_image.a [more libraries]
+for lib in "$@"; do
 [ -f "$lib" ] || { echo "no library at \"$lib\""; exit 2; }
 undefined=$(nm -u -P "$lib") || exit 2
 # clang calls std::terminate from a helper of its own where an exception
@@ -37,8 +37,9 @@ hits=$(printf '%s\n' "$undefined" | awk -v clang="$clangTerminate" '
       print object " " sym
   }')
 if [ -n "$hits" ]; then
-  echo "the image library prints or exits:"
+  echo "$(basename "$lib") prints or exits:"
   echo "$hits"
   exit 1
 fi
 echo "no printing or exiting in $(basename "$lib")"
+done

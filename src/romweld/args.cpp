@@ -9,7 +9,7 @@
 
 #include "common/alert.h"
 #include "common/atomicfile.h"
-#include "ihex/hex_errno.h"
+#include "image/hex_errno.h"
 #include "romweld/log.h"
 #include "romweld/options.h"
 #include "romweld/output.h"

@@ -15,13 +15,13 @@
 #include <variant>
 #include <vector>
 
-#include "ihex/ck_spec.h"
-#include "ihex/fill_spec.h"
-#include "ihex/find_spec.h"
-#include "ihex/ihex.h"
-#include "ihex/mask_spec.h"
-#include "ihex/serial_spec.h"
-#include "ihex/string_spec.h"
+#include "image/ck_spec.h"
+#include "image/fill_spec.h"
+#include "image/find_spec.h"
+#include "formats/ihex.h"
+#include "image/mask_spec.h"
+#include "image/serial_spec.h"
+#include "image/string_spec.h"
 
 struct outformat; // settings.h
 

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "ihex/hex_errno.h"
+#include "image/hex_errno.h"
 #include "romweld/args.h"
 
 namespace {

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "ihex/hex_errno.h"
+#include "image/hex_errno.h"
 #include "romweld/args.h"
 
 namespace {

@@ -8,8 +8,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "ihex/hexdata.h"
-#include "ihex/ihex.h"
+#include "image/hexdata.h"
+#include "image/hexobject.h"
 #include "romweld/args.h"
 #include "romweld/settings.h"
 #include "romweld/units.h"

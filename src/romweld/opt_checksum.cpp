@@ -8,8 +8,8 @@
 #include <cstdlib>
 
 #include "common/alert.h"
-#include "ihex/hex_errno.h"
-#include "ihex/hexdata_checksum.h"
+#include "image/hex_errno.h"
+#include "image/hexdata_checksum.h"
 #include "romweld/args.h"
 #include "romweld/drain.h"
 #include "romweld/grammar.h"

@@ -7,8 +7,8 @@
 #include <vector>
 
 #include "common/alert.h"
-#include "ihex/hex_errno.h"
-#include "ihex/testutil.h"
+#include "image/hex_errno.h"
+#include "image/testutil.h"
 #include "romweld/args.h"
 #include "romweld/options.h"
 #include "romweld/settings.h"

@@ -6,8 +6,8 @@
 #include <cinttypes>
 
 #include "common/alert.h"
-#include "ihex/hex_errno.h"
-#include "ihex/hexdata_fill.h"
+#include "image/hex_errno.h"
+#include "image/hexdata_fill.h"
 #include "romweld/args.h"
 #include "romweld/drain.h"
 #include "romweld/grammar.h"

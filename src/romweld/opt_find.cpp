@@ -12,8 +12,8 @@
 #include <strings.h>
 
 #include "common/alert.h"
-#include "ihex/hex_errno.h"
-#include "ihex/hexdata_find.h"
+#include "image/hex_errno.h"
+#include "image/hexdata_find.h"
 #include "romweld/args.h"
 #include "romweld/drain.h"
 #include "romweld/grammar.h"

@@ -10,8 +10,8 @@
 #include <vector>
 
 #include "common/alert.h"
-#include "ihex/hex_errno.h"
-#include "ihex/ihex.h"
+#include "image/hex_errno.h"
+#include "image/hexobject.h"
 #include "romweld/args.h"
 #include "romweld/options.h"
 #include "romweld/settings.h"

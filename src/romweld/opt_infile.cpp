@@ -12,7 +12,7 @@
 #include <sys/stat.h>
 
 #include "common/alert.h"
-#include "ihex/hex_errno.h"
+#include "image/hex_errno.h"
 #include "romweld/args.h"
 #include "romweld/drain.h"
 #include "romweld/grammar.h"

@@ -1,8 +1,8 @@
 // -MASK=hexcode@start-end: ANDs the mask bytes into the data present in the
 // range. It runs three times (after the inputs, after the fills, after the
 // checksums), so data placed by any option is masked too.
-#include "ihex/hex_errno.h"
-#include "ihex/hexdata_mask.h"
+#include "image/hex_errno.h"
+#include "image/hexdata_mask.h"
 #include "romweld/args.h"
 #include "romweld/drain.h"
 #include "romweld/grammar.h"

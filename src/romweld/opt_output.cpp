@@ -8,7 +8,7 @@
 #include <sys/types.h>
 #include <strings.h>
 
-#include "ihex/hex_errno.h"
+#include "image/hex_errno.h"
 #include "romweld/args.h"
 #include "romweld/grammar.h"
 #include "romweld/options.h"

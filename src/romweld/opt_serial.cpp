@@ -6,8 +6,8 @@
 #include <cinttypes>
 #include <cstdint>
 
-#include "ihex/hex_errno.h"
-#include "ihex/hexdata_serial.h"
+#include "image/hex_errno.h"
+#include "image/hexdata_serial.h"
 #include "romweld/args.h"
 #include "romweld/drain.h"
 #include "romweld/grammar.h"

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "common/alert.h"
-#include "ihex/testutil.h"
+#include "image/testutil.h"
 #include "romweld/args.h"
 #include "romweld/settings.h"
 

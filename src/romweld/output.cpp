@@ -9,8 +9,8 @@
 
 #include "common/alert.h"
 #include "common/atomicfile.h"
-#include "ihex/hex_errno.h"
-#include "ihex/ihex.h"
+#include "image/hex_errno.h"
+#include "formats/ihex.h"
 #include "romweld/args.h"
 #include "romweld/settings.h"
 

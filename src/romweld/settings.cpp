@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "common/atomicfile.h"
-#include "ihex/ihex.h"
+#include "image/hexobject.h"
 
 romweld_settings romweld;
 

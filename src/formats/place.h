@@ -1,0 +1,89 @@
+// Placing what a reader decodes, shared by every codec. A reader turns its
+// file into pieces (a file address and the bytes from there on) and hands
+// each piece to a place_sink, which applies the read settings: the range
+// crops by the file's own addresses, the offset shifts what is left, and
+// the bytes go into the stream's own image by the plain or forced store
+// rule, preserved and noted as the settings say. A sink set up for a plain
+// merge into another image leaves out the bytes that merge would not change
+// (an equal byte, present and not preserved) and remembers their addresses,
+// so a file overlapping the image it joins costs memory only for what it
+// adds. Refusals are recorded in the error list; nothing prints.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+#include "image/hexdata.h"
+
+struct ihex_readspec {
+  uint64_t start = 0;
+  bool hasStart = false;
+  uint64_t end = 0;
+  bool hasEnd = false;
+  int32_t offset = 0;
+  bool willPreserveData = false;
+  bool canBeClobbered = true; // false: forced store ('+' prefix)
+  bool hasNote = false;
+  const void *note = nullptr;
+};
+
+bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value);   // EBADADDR, EBELOWZERO
+bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value);     // EBADADDR
+bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value);   // EBELOWZERO
+bool ihex_readspec_hasStart(const ihex_readspec *s);
+uint64_t ihex_readspec_getStart(const ihex_readspec *s);
+bool ihex_readspec_hasEnd(const ihex_readspec *s);
+uint64_t ihex_readspec_getEnd(const ihex_readspec *s);
+int32_t ihex_readspec_getOffset(const ihex_readspec *s);
+bool ihex_readspec_willPreserveData(const ihex_readspec *s);
+bool ihex_readspec_canBeClobbered(const ihex_readspec *s);
+void ihex_readspec_setPreserveData(ihex_readspec *s, bool on);
+void ihex_readspec_setCanBeClobbered(ihex_readspec *s, bool on);
+void ihex_readspec_setNote(ihex_readspec *s, const void *note);
+
+bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value);   // EBADADDR, EBELOWZERO
+bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value);     // EBADADDR
+bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value);   // EBELOWZERO
+bool ihex_readspec_hasStart(const ihex_readspec *s);
+uint64_t ihex_readspec_getStart(const ihex_readspec *s);
+bool ihex_readspec_hasEnd(const ihex_readspec *s);
+uint64_t ihex_readspec_getEnd(const ihex_readspec *s);
+int32_t ihex_readspec_getOffset(const ihex_readspec *s);
+bool ihex_readspec_willPreserveData(const ihex_readspec *s);
+bool ihex_readspec_canBeClobbered(const ihex_readspec *s);
+void ihex_readspec_setPreserveData(ihex_readspec *s, bool on);
+void ihex_readspec_setCanBeClobbered(ihex_readspec *s, bool on);
+void ihex_readspec_setNote(ihex_readspec *s, const void *note);
+
+// The addresses a stream placed: how many distinct ones, the lowest and the
+// highest (all 0 when none).
+struct ihex_extent {
+  uint64_t count = 0;
+  uint64_t lo = 0;
+  uint64_t hi = 0;
+};
+
+struct place_dropped; // the left-out addresses (place.cpp)
+
+struct place_sink {
+  // img: the stream's own image; spec: null for no range, offset or note;
+  // mergeInto: the image the stream is about to be merged into, or null.
+  place_sink(hexdata *img, const ihex_readspec *spec, const hexdata *mergeInto);
+  ~place_sink();
+
+  hexdata *img;
+  const ihex_readspec *spec;
+  bool force; // '+': forced stores
+  std::unique_ptr<place_dropped> drop; // null: every byte is kept
+};
+
+enum place_result {
+  PLACE_OK,      // every byte of the piece was placed or cropped away
+  PLACE_REFUSED, // some byte was refused (ECLASH, EPRESERVED, ...): the stream fails
+  PLACE_STOP,    // EBELOWZERO: the offset puts data below address 0; stop reading
+};
+place_result place_piece(place_sink *s, uint64_t fileAddr, const uint8_t *d, uint64_t n);
+
+// The addresses the stream placed: the image's extent widened by the bytes
+// left out.
+ihex_extent place_extent(const place_sink *s);
