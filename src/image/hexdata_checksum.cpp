@@ -411,21 +411,19 @@ uint64_t checksumFletcher16(const hexdata *h, const ckspec *s) {
 }
 
 void checksumSHA1(const hexdata *h, const ckspec *s, uint8_t digest[20]) {
-  sha1_ctx c;
-  sha1_init(&c);
+  sha_ctx c(SHA_1);
   undef_log undef;
-  walkStream(h, s, &undef, [&](const uint8_t *p, size_t n) { sha1_add(&c, p, n); });
+  walkStream(h, s, &undef, [&](const uint8_t *p, size_t n) { sha_add(&c, p, n); });
   undef.record(false);
-  sha1_finish(&c, digest);
+  sha_finish(&c, digest);
 }
 
 void checksumSHA256(const hexdata *h, const ckspec *s, uint8_t digest[32]) {
-  sha256_ctx c;
-  sha256_init(&c);
+  sha_ctx c(SHA_256);
   undef_log undef;
-  walkStream(h, s, &undef, [&](const uint8_t *p, size_t n) { sha256_add(&c, p, n); });
+  walkStream(h, s, &undef, [&](const uint8_t *p, size_t n) { sha_add(&c, p, n); });
   undef.record(false);
-  sha256_finish(&c, digest);
+  sha_finish(&c, digest);
 }
 
 bool hex_checksum(hexdata *h, const ckspec *s, std::vector<uint8_t> *resultOut) {

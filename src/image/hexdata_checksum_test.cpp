@@ -62,17 +62,14 @@ std::vector<uint8_t> modelResult(const hexdata *h, const ckspec &s, model_undef 
       }
     }
   } else if (g == CK_SHA1 || g == CK_SHA256) {
-    sha1_ctx c1;
-    sha256_ctx c2;
-    sha1_init(&c1);
-    sha256_init(&c2);
+    sha_ctx c(g == CK_SHA1 ? SHA_1 : SHA_256);
     for (auto [a, b] : modelStream(h, s, u)) {
       const uint8_t byte = uint8_t(b);
       if (b >= 0)
-        g == CK_SHA1 ? sha1_add(&c1, &byte, 1) : sha256_add(&c2, &byte, 1);
+        sha_add(&c, &byte, 1);
     }
     std::vector<uint8_t> d(g == CK_SHA1 ? 20 : 32);
-    g == CK_SHA1 ? sha1_finish(&c1, d.data()) : sha256_finish(&c2, d.data());
+    sha_finish(&c, d.data());
     if (s.bigEndianResult)
       std::reverse(d.begin(), d.end());
     return d;
