@@ -17,7 +17,7 @@ bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec);
 bool ihex_read(ihex *x, FILE *in);
 
 // ihex_readSpecd for a stream about to be merged into dst with
-// ihex_merge(.., x, force) where force = !canBeClobbered. For a plain
+// ihex_merge(.., x, force) where force = spec->policy.clobber. For a plain
 // read (no force, no preserve) bytes that the merge would leave unchanged
 // (dst holds an equal byte there, not HEX_PRESERVED) are left out of x's
 // image, and a later record at such an address is judged as if the byte

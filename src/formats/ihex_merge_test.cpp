@@ -79,15 +79,15 @@ std::string randomFile(std::mt19937 &rng) {
 void randomSpec(std::mt19937 &rng, ihex_readspec *spec, const void *note) {
   auto pick = [&](unsigned n) { return unsigned(rng() % n); };
   if (pick(3) == 0)
-    ihex_readspec_setStart(spec, pick(0x300));
+    (void)ihex_readspec_setStart(spec, pick(0x300));
   if (pick(3) == 0)
-    ihex_readspec_setEnd(spec, 0x200 + pick(0x10400));
+    (void)ihex_readspec_setEnd(spec, 0x200 + pick(0x10400));
   if (pick(3) == 0) // a negative offset may also place data below 0
-    ihex_readspec_setOffset(spec, int32_t(pick(0x200)) - 0x100);
-  ihex_readspec_setCanBeClobbered(spec, pick(4) != 0);
-  ihex_readspec_setPreserveData(spec, pick(6) == 0);
+    (void)ihex_readspec_setOffset(spec, int32_t(pick(0x200)) - 0x100);
+  store_setClobber(&spec->policy, pick(4) == 0);
+  store_setPreserve(&spec->policy, pick(6) == 0);
   if (pick(4) != 0)
-    ihex_readspec_setNote(spec, note);
+    store_setOwner(&spec->policy, note);
 }
 
 // The test windows of an image: where the random files place their data.
@@ -107,7 +107,7 @@ TEST(ihexReadToMerge, SameOutcomeAsReadingWhole) {
       if (useSpec)
         randomSpec(rng, &spec, owners[f]);
       const ihex_readspec *sp = useSpec ? &spec : nullptr;
-      const bool force = useSpec && !spec.canBeClobbered;
+      const bool force = useSpec && spec.policy.clobber;
       const std::string at = "seed " + std::to_string(seed) + " file " + std::to_string(f);
 
       Hex x = newHex(), y = newHex();

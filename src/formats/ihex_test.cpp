@@ -109,8 +109,8 @@ TEST_F(ihexFixture, RangeOffsetNoteAndPreserve) {
   ihex_readspec s;
   ASSERT_TRUE(ihex_readspec_setStart(&s, 0x101) && ihex_readspec_setEnd(&s, 0x102) &&
               ihex_readspec_setOffset(&s, -0x100));
-  ihex_readspec_setNote(&s, &ownerA);
-  ihex_readspec_setPreserveData(&s, true);
+  store_setOwner(&s.policy, &ownerA);
+  store_setPreserve(&s.policy, true);
   const std::string text = record(0, 0xF0, {9}) + record(0, 0x100, {1, 2, 3, 4}) + record(0, 0x103, {9});
   ASSERT_TRUE(readText(x.get(), text + EOFREC, &s)) << errors();
   EXPECT_EQ(present(x->image), "1=02R/A 2=03R/A");

@@ -6,85 +6,34 @@
 
 #include "image/hex_errno.h"
 
-// True, with ENULL recorded, when a required object is missing.
-template <class T> static bool missing(const T *p) {
-  if (p)
-    return false;
-  hex_setError(ENULL);
-  return true;
-}
+namespace {
+
+// The distance an offset moves data down; 0 for an offset that moves it up.
+uint64_t downBy(int32_t offset) { return offset < 0 ? uint64_t(-int64_t(offset)) : 0; }
+
+} // namespace
 
 bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value) {
-  if (missing(s))
+  if (record_isNull(s))
     return false;
-  if (s->hasEnd && value > s->end) {
-    hex_setError(EBADADDR);
-    return false;
-  }
-  if (s->offset < 0 && value < static_cast<uint64_t>(-static_cast<int64_t>(s->offset))) {
-    hex_setError(EBELOWZERO);
-    return false;
-  }
-  s->start = value;
-  s->hasStart = true;
-  return true;
+  if (s->range.hasEnd && value > s->range.end)
+    return record_refuse(EBADADDR);
+  if (value < downBy(s->offset))
+    return record_refuse(EBELOWZERO);
+  return range_setStart(&s->range, value);
 }
 
 bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value) {
-  if (missing(s))
-    return false;
-  if (s->hasStart && value < s->start) {
-    hex_setError(EBADADDR);
-    return false;
-  }
-  s->end = value;
-  s->hasEnd = true;
-  return true;
+  return !record_isNull(s) && range_setEnd(&s->range, value);
 }
 
 bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value) {
-  if (missing(s))
+  if (record_isNull(s))
     return false;
-  if (s->hasStart && value < 0 && s->start < static_cast<uint64_t>(-static_cast<int64_t>(value))) {
-    hex_setError(EBELOWZERO);
-    return false;
-  }
+  if (s->range.hasStart && s->range.start < downBy(value))
+    return record_refuse(EBELOWZERO);
   s->offset = value;
   return true;
-}
-
-#define SPEC_GET(type, name, expr, dflt)                                                           \
-  type name(const ihex_readspec *s) {                                                              \
-    if (missing(s))                                                                                \
-      return dflt;                                                                                 \
-    return expr;                                                                                   \
-  }
-SPEC_GET(bool, ihex_readspec_hasStart, s->hasStart, false)
-SPEC_GET(uint64_t, ihex_readspec_getStart, s->hasStart ? s->start : 0, 0)
-SPEC_GET(bool, ihex_readspec_hasEnd, s->hasEnd, false)
-SPEC_GET(uint64_t, ihex_readspec_getEnd, s->hasEnd ? s->end : 0, 0)
-SPEC_GET(int32_t, ihex_readspec_getOffset, s->offset, 0)
-SPEC_GET(bool, ihex_readspec_willPreserveData, s->willPreserveData, false)
-SPEC_GET(bool, ihex_readspec_canBeClobbered, s->canBeClobbered, true)
-#undef SPEC_GET
-
-void ihex_readspec_setPreserveData(ihex_readspec *s, bool on) {
-  if (missing(s))
-    return;
-  s->willPreserveData = on;
-}
-
-void ihex_readspec_setCanBeClobbered(ihex_readspec *s, bool on) {
-  if (missing(s))
-    return;
-  s->canBeClobbered = on;
-}
-
-void ihex_readspec_setNote(ihex_readspec *s, const void *note) {
-  if (missing(s))
-    return;
-  s->note = note;
-  s->hasNote = true;
 }
 
 // The addresses a stream placed whose bytes were left out of its image
@@ -147,8 +96,8 @@ namespace {
 // Stores a stretch into the stream's image as a plain store with its note.
 bool keep(place_sink &r, uint64_t ia, const uint8_t *d, uint64_t n) {
   bool all = hex_storeBytes(r.img, ia, d, n) == n;
-  if (r.spec && r.spec->hasNote)
-    hex_setNote(r.img, ia, ia + n - 1, r.spec->note);
+  if (r.spec && r.spec->policy.owner)
+    hex_setNote(r.img, ia, ia + n - 1, r.spec->policy.owner);
   return all;
 }
 
@@ -220,11 +169,11 @@ bool storeDropping(place_sink &r, uint64_t ia, const uint8_t *d, uint64_t n) {
 } // namespace
 
 place_sink::place_sink(hexdata *image, const ihex_readspec *readSpec, const hexdata *mergeInto)
-    : img(image), spec(readSpec), force(readSpec && !readSpec->canBeClobbered) {
+    : img(image), spec(readSpec) {
   // A forced merge changes equal bytes too (their mark and owner), and a
   // preserving read refuses a second byte at one address even when equal:
   // then every byte is kept.
-  const bool plain = !spec || (spec->canBeClobbered && !spec->willPreserveData);
+  const bool plain = !spec || (!spec->policy.clobber && !spec->policy.preserve);
   if (mergeInto && mergeInto != img && plain) {
     drop = std::make_unique<place_dropped>();
     drop->into = mergeInto;
@@ -239,19 +188,20 @@ place_result place_piece(place_sink *r, uint64_t fa, const uint8_t *d, uint64_t 
   const ihex_readspec *s = r->spec;
   int64_t offset = 0;
   if (s) {
-    if (s->hasStart && fa < s->start) {
-      const uint64_t skip = s->start - fa;
+    const addr_range &range = s->range;
+    if (range.hasStart && fa < range.start) {
+      const uint64_t skip = range.start - fa;
       if (skip >= n)
         return PLACE_OK;
       fa += skip;
       d += skip;
       n -= skip;
     }
-    if (s->hasEnd) {
-      if (fa > s->end)
+    if (range.hasEnd) {
+      if (fa > range.end)
         return PLACE_OK;
-      if (n - 1 > s->end - fa)
-        n = s->end - fa + 1;
+      if (n - 1 > range.end - fa)
+        n = range.end - fa + 1;
     }
     offset = s->offset;
     // Deliberately every piece, not only a record's first byte: the bytes a
@@ -265,12 +215,13 @@ place_result place_piece(place_sink *r, uint64_t fa, const uint8_t *d, uint64_t 
   const uint64_t ia = fa + static_cast<uint64_t>(offset);
   if (r->drop)
     return storeDropping(*r, ia, d, n) ? PLACE_OK : PLACE_REFUSED;
-  place_result result = hex_putBytes(r->img, ia, d, n, r->force) == n ? PLACE_OK : PLACE_REFUSED;
+  const bool force = s && s->policy.clobber;
+  const place_result result = hex_putBytes(r->img, ia, d, n, force) == n ? PLACE_OK : PLACE_REFUSED;
   if (s) {
-    if (s->willPreserveData)
+    if (s->policy.preserve)
       hex_preserveData(r->img, ia, ia + n - 1, 1);
-    if (s->hasNote)
-      hex_setNote(r->img, ia, ia + n - 1, s->note);
+    if (s->policy.owner)
+      hex_setNote(r->img, ia, ia + n - 1, s->policy.owner);
   }
   return result;
 }

@@ -14,46 +14,22 @@
 #include <memory>
 
 #include "image/hexdata.h"
+#include "image/record.h"
 
+// The read settings of one input file, in the shape of record.h: the range
+// by the file's own addresses, the offset added after cropping, and the
+// store policy ('+' forces, preserve marks, the owner notes every byte).
 struct ihex_readspec {
-  uint64_t start = 0;
-  bool hasStart = false;
-  uint64_t end = 0;
-  bool hasEnd = false;
+  addr_range range;
   int32_t offset = 0;
-  bool willPreserveData = false;
-  bool canBeClobbered = true; // false: forced store ('+' prefix)
-  bool hasNote = false;
-  const void *note = nullptr;
+  store_policy policy;
 };
 
-bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value);   // EBADADDR, EBELOWZERO
-bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value);     // EBADADDR
-bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value);   // EBELOWZERO
-bool ihex_readspec_hasStart(const ihex_readspec *s);
-uint64_t ihex_readspec_getStart(const ihex_readspec *s);
-bool ihex_readspec_hasEnd(const ihex_readspec *s);
-uint64_t ihex_readspec_getEnd(const ihex_readspec *s);
-int32_t ihex_readspec_getOffset(const ihex_readspec *s);
-bool ihex_readspec_willPreserveData(const ihex_readspec *s);
-bool ihex_readspec_canBeClobbered(const ihex_readspec *s);
-void ihex_readspec_setPreserveData(ihex_readspec *s, bool on);
-void ihex_readspec_setCanBeClobbered(ihex_readspec *s, bool on);
-void ihex_readspec_setNote(ihex_readspec *s, const void *note);
-
-bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value);   // EBADADDR, EBELOWZERO
-bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value);     // EBADADDR
-bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value);   // EBELOWZERO
-bool ihex_readspec_hasStart(const ihex_readspec *s);
-uint64_t ihex_readspec_getStart(const ihex_readspec *s);
-bool ihex_readspec_hasEnd(const ihex_readspec *s);
-uint64_t ihex_readspec_getEnd(const ihex_readspec *s);
-int32_t ihex_readspec_getOffset(const ihex_readspec *s);
-bool ihex_readspec_willPreserveData(const ihex_readspec *s);
-bool ihex_readspec_canBeClobbered(const ihex_readspec *s);
-void ihex_readspec_setPreserveData(ihex_readspec *s, bool on);
-void ihex_readspec_setCanBeClobbered(ihex_readspec *s, bool on);
-void ihex_readspec_setNote(ihex_readspec *s, const void *note);
+// EBADADDR for a reversed range; EBELOWZERO when the offset would move the
+// range's start below address 0.
+[[nodiscard]] bool ihex_readspec_setStart(ihex_readspec *s, uint64_t value);
+[[nodiscard]] bool ihex_readspec_setEnd(ihex_readspec *s, uint64_t value);
+[[nodiscard]] bool ihex_readspec_setOffset(ihex_readspec *s, int32_t value);
 
 // The addresses a stream placed: how many distinct ones, the lowest and the
 // highest (all 0 when none).
@@ -73,7 +49,6 @@ struct place_sink {
 
   hexdata *img;
   const ihex_readspec *spec;
-  bool force; // '+': forced stores
   std::unique_ptr<place_dropped> drop; // null: every byte is kept
 };
 

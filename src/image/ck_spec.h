@@ -1,14 +1,16 @@
 // Checksum record: what -CK computes (algorithm, range, in-word byte
 // reversal, byte skipping, offset, polynomial, XOR) and how the result is
 // stored (destination, width, byte order, trailing code bytes after every
-// codeBase result bytes, clobber, preserve, owner). A plain value owned by
-// its argument record. Setters refuse bad values with an error code (the
-// value is then left unchanged); a result that overlaps the summed range is
-// recorded as CKSPEC_EOVERLAPS but kept, since the user may mean it.
+// codeBase result bytes, store policy). A record in the shape of record.h,
+// owned by its argument record, with one exception to the shape: a result
+// that overlaps the summed range is recorded as CKSPEC_EOVERLAPS but kept,
+// since the user may mean it.
 #pragma once
 
 #include <cstdint>
 #include <vector>
+
+#include "image/record.h"
 
 // Algorithm numbers: 1..4 additive with 1- to 4-byte words (negative:
 // subtractive), 5 CRC most significant bit first, -5 reflected CRC,
@@ -24,9 +26,7 @@ enum : int32_t {
 
 struct ckspec {
   int32_t algorithm = 0;
-  uint64_t rangeStart = 0;
-  uint64_t rangeEnd = 0;
-  bool hasRange = false;
+  addr_range range; // both ends or neither
   uint64_t resultDest = 0;
   bool hasResultDest = false;
   uint32_t resultWidth = 0; // bytes, trailing codes excluded
@@ -39,64 +39,33 @@ struct ckspec {
   uint32_t codeBase = 1;
   uint64_t poly = 0;         // 0: not given
   uint32_t revWordWidth = 0; // 0: no reversal
-  bool clobber = false;
-  bool preserveData = false;
-  bool hasOwner = false;
-  const void *owner = nullptr;
+  store_policy policy;
 };
 
 // Starts s afresh for an algorithm: default (widest) width, code base 1,
-// one skip byte. EUNKNOWNTYPE and false for an unknown algorithm.
+// one skip byte. EUNKNOWNTYPE for an unknown algorithm.
 [[nodiscard]] bool ckspec_create(ckspec *s, int32_t algorithm);
 bool ckspec_isKnownAlgorithm(int32_t algorithm);
 bool ckspec_isCRC(int32_t algorithm);      // 5 and -5
 bool ckspec_isAdditive(int32_t algorithm); // 1..4 and -1..-4
 uint32_t ckspec_getMinWidth(int32_t algorithm); // 0 for an unknown algorithm
 uint32_t ckspec_getMaxWidth(int32_t algorithm);
-
-// Accessors; ENULL and 0/false for a null record.
-int32_t ckspec_getAlgorithm(const ckspec *s);
-uint64_t ckspec_getRangeStart(const ckspec *s);
-uint64_t ckspec_getRangeEnd(const ckspec *s);
-bool ckspec_hasRange(const ckspec *s);
-uint64_t ckspec_getResultDest(const ckspec *s);
-bool ckspec_hasResultDest(const ckspec *s);
-uint32_t ckspec_getResultWidth(const ckspec *s);
-bool ckspec_hasBigEndianResult(const ckspec *s);
-uint32_t ckspec_getSkipWordWidth(const ckspec *s);
-uint32_t ckspec_getSkipBytes(const ckspec *s);
-uint64_t ckspec_getOffset(const ckspec *s);
-uint64_t ckspec_getXor(const ckspec *s);
-uint32_t ckspec_countCodeBytes(const ckspec *s);
-uint8_t ckspec_getCodeByte(const ckspec *s, uint32_t i); // ENOCODE and 0 past the end
-uint32_t ckspec_getCodeBase(const ckspec *s);
-uint64_t ckspec_getPoly(const ckspec *s);
-uint32_t ckspec_getRevWordWidth(const ckspec *s);
-bool ckspec_canClobber(const ckspec *s);
-bool ckspec_willPreserveData(const ckspec *s);
-const void *ckspec_getOwner(const ckspec *s); // null when none
 // Result bytes plus one code sequence after every codeBase of them.
 uint64_t ckspec_getTotalResultBytes(const ckspec *s);
-// Whether addr falls in the last skipBytes bytes of its skip word (words
-// aligned to multiples of skipWordWidth). EBADSKIP and false when the
-// skip bytes would cover the whole word.
-bool ckspec_isSkipped(const ckspec *s, uint64_t addr);
+// Where the trailing codes sit among the stored result bytes.
+trail_layout ckspec_trailLayout(const ckspec *s);
 
-// Setters; ENULL for a null record. Those marked "overlap" record
-// CKSPEC_EOVERLAPS, and still store, when the first or last stored result
-// byte then falls inside the range.
-bool ckspec_setRange(ckspec *s, uint64_t start, uint64_t end); // EBADADDR; overlap
-bool ckspec_setResultDest(ckspec *s, uint64_t dest);           // overlap
-bool ckspec_setResultWidth(ckspec *s, uint32_t width);         // EARG, EBADCODEBASE; overlap
-bool ckspec_setCodeBase(ckspec *s, uint32_t n);                // EARG, EBADCODEBASE; overlap
-bool ckspec_addCodeByte(ckspec *s, uint8_t b);                 // overlap
-bool ckspec_setSkipWordWidth(ckspec *s, uint32_t width);       // EARG for 1
-bool ckspec_setSkipBytes(ckspec *s, uint32_t n);               // EARG for 0
+// Setters. Those marked "overlap" record CKSPEC_EOVERLAPS, and still store,
+// when the first or last stored result byte then falls inside the range.
+[[nodiscard]] bool ckspec_setRange(ckspec *s, uint64_t start, uint64_t end); // EBADADDR; overlap
+bool ckspec_setResultDest(ckspec *s, uint64_t dest);                           // overlap
+[[nodiscard]] bool ckspec_setResultWidth(ckspec *s, uint32_t width); // EARG, EBADCODEBASE; overlap
+[[nodiscard]] bool ckspec_setCodeBase(ckspec *s, uint32_t n);        // EARG, EBADCODEBASE; overlap
+bool ckspec_addCodeByte(ckspec *s, uint8_t b);                       // overlap
+[[nodiscard]] bool ckspec_setSkipWordWidth(ckspec *s, uint32_t width); // EARG for 1
+[[nodiscard]] bool ckspec_setSkipBytes(ckspec *s, uint32_t n);         // EARG for 0
 bool ckspec_setBigEndianResult(ckspec *s, bool on);
 bool ckspec_setOffset(ckspec *s, uint64_t offset);
 bool ckspec_setXor(ckspec *s, uint64_t value);
 bool ckspec_setPoly(ckspec *s, uint64_t poly);
 bool ckspec_setRevWordWidth(ckspec *s, uint32_t width);
-bool ckspec_setClobber(ckspec *s, bool on);
-bool ckspec_setPreserveData(ckspec *s, bool on);
-bool ckspec_setOwner(ckspec *s, const void *owner);

@@ -1,17 +1,13 @@
 #include "image/find_spec.h"
 
-#include "image/hex_errno.h"
-
 bool findspec_setCode(findspec *s, std::span<const uint8_t> code,
                       const std::vector<uint8_t> *mask) {
-  if (code.empty()) {
-    hex_setError(ENOCODE);
+  if (record_isNull(s))
     return false;
-  }
-  if (mask && mask->size() != code.size()) {
-    hex_setError(EARG);
-    return false;
-  }
+  if (code.empty())
+    return record_refuse(ENOCODE);
+  if (mask && mask->size() != code.size())
+    return record_refuse(EARG);
   s->code.assign(code.begin(), code.end());
   if (mask)
     s->mask = *mask;
@@ -21,16 +17,24 @@ bool findspec_setCode(findspec *s, std::span<const uint8_t> code,
 }
 
 bool findspec_setAlignment(findspec *s, uint64_t alignment) {
-  if (alignment == 0) {
-    hex_setError(EARG);
+  if (record_isNull(s))
     return false;
-  }
+  if (alignment == 0)
+    return record_refuse(EARG);
   s->alignment = alignment;
   return true;
 }
 
-void findspec_setRange(findspec *s, uint64_t start, uint64_t end) {
-  s->start = start;
-  s->end = end;
-  s->hasStart = s->hasEnd = true;
+bool findspec_setOverlap(findspec *s, bool on) {
+  if (record_isNull(s))
+    return false;
+  s->overlap = on;
+  return true;
+}
+
+bool findspec_setRange(findspec *s, uint64_t start, uint64_t end) {
+  if (record_isNull(s))
+    return false;
+  s->range = {start, end, true, true};
+  return true;
 }

@@ -2,7 +2,7 @@
 // to look for (a code under a bit mask), where (an inclusive address range,
 // either end optional), at which alignment, and whether a match may
 // overlap the one before it. Invariant: mask has code's length, and
-// alignment is at least 1. The setters record their refusals (hex_errno.h).
+// alignment is at least 1. A record in the shape of record.h.
 #pragma once
 
 #include <cstddef>
@@ -10,22 +10,24 @@
 #include <span>
 #include <vector>
 
+#include "image/record.h"
+
 struct findspec {
   std::vector<uint8_t> code; // in the order written, matched at rising addresses
   std::vector<uint8_t> mask; // 1 bits must match; 0xFF bytes when none was given
-  uint64_t start = 0, end = 0;
-  bool hasStart = false, hasEnd = false;
+  addr_range range;
   uint64_t alignment = 1;
   bool overlap = true; // a replace turns it off: its matches never share a byte
 };
 
-// False with ENOCODE for an empty code, EARG when the mask's length differs
-// from the code's; a null mask means every bit counts.
+// ENOCODE for an empty code, EARG when the mask's length differs from the
+// code's; a null mask means every bit counts.
 [[nodiscard]] bool findspec_setCode(findspec *s, std::span<const uint8_t> code,
                                     const std::vector<uint8_t> *mask);
-// False with EARG for an alignment of 0.
-[[nodiscard]] bool findspec_setAlignment(findspec *s, uint64_t alignment);
-void findspec_setRange(findspec *s, uint64_t start, uint64_t end);
+[[nodiscard]] bool findspec_setAlignment(findspec *s, uint64_t alignment); // EARG for 0
+// Both ends as given: a reversed range is taken, and finds nothing.
+bool findspec_setRange(findspec *s, uint64_t start, uint64_t end);
+bool findspec_setOverlap(findspec *s, bool on);
 
 // The matches of one search in ascending address order, with the image's
 // bytes at each (they differ from the code where the mask has 0 bits). The

@@ -98,9 +98,9 @@ struct stream_reader {
 // Feeds the stream of s's range to feed(const uint8_t *, size_t) in spans.
 template <class Feed>
 void walkStream(const hexdata *h, const ckspec *s, undef_log *undef, Feed feed) {
-  const uint64_t end = s->rangeEnd;
+  const uint64_t end = s->range.end;
   if (s->revWordWidth == 0 && s->skipWordWidth == 0) {
-    for (uint64_t a = s->rangeStart;;) {
+    for (uint64_t a = s->range.start;;) {
       const uint64_t last = std::min(a | 0xFF, end);
       const unsigned c0 = unsigned(a & 0xFF), n = unsigned(last - a) + 1;
       const hex_row *r = hex_getRow(h, hex_rowOf(a));
@@ -125,7 +125,7 @@ void walkStream(const hexdata *h, const ckspec *s, undef_log *undef, Feed feed) 
   stream_reader in{s, {h}, undef};
   uint8_t buf[256];
   unsigned k = 0;
-  for (uint64_t a = s->rangeStart;; ++a) {
+  for (uint64_t a = s->range.start;; ++a) {
     if (in.at(a, &buf[k]) && ++k == sizeof buf) {
       feed(buf, k);
       k = 0;
@@ -250,7 +250,7 @@ bool storeResultByte(hexdata *h, const ckspec *s, uint64_t addr, uint8_t v) {
   const hex_row *r = hex_getRow(h, hex_rowOf(addr));
   const unsigned c = unsigned(addr & 0xFF);
   if (r && plane_bit(r->present, c)) {
-    if (!s->clobber) {
+    if (!s->policy.clobber) {
       if (r->data[c] == v)
         return true;
       hex_setAddrError(ECLASH, addr);
@@ -261,9 +261,9 @@ bool storeResultByte(hexdata *h, const ckspec *s, uint64_t addr, uint8_t v) {
   } else if (!hex_storeByte(h, addr, v)) {
     return false;
   }
-  if (s->preserveData && !hex_preserveData(h, addr, addr, 1))
+  if (s->policy.preserve && !hex_preserveData(h, addr, addr, 1))
     return false;
-  if (s->hasOwner && !hex_setNote(h, addr, addr, s->owner))
+  if (s->policy.owner && !hex_setNote(h, addr, addr, s->policy.owner))
     return false;
   return true;
 }
@@ -283,11 +283,11 @@ uint64_t reflectBits(uint64_t data, unsigned nBits) {
 uint64_t checksumAdditive(const hexdata *h, const ckspec *s) {
   const unsigned n = unsigned(s->algorithm < 0 ? -s->algorithm : s->algorithm);
   const bool subtract = s->algorithm < 0;
-  const uint64_t end = s->rangeEnd;
+  const uint64_t end = s->range.end;
   uint64_t sum = s->offset;
   undef_log undef;
   // Present runs are found a row at a time, untouched space is jumped.
-  for (uint64_t a = s->rangeStart;;) {
+  for (uint64_t a = s->range.start;;) {
     uint64_t p;
     if (!hex_nextPresent(h, a, &p) || p > end) {
       undef.span(a, end);
@@ -357,8 +357,8 @@ uint64_t checksumFletcher8(const hexdata *h, const ckspec *s) {
   undef_log undef;
   stream_reader in{s, {h}, &undef};
   // Intended: the count is taken in 32 bits.
-  uint32_t count = uint32_t(s->rangeEnd - s->rangeStart + 1);
-  uint64_t s1 = 0xFF, s2 = 0xFF, a = s->rangeStart;
+  uint32_t count = uint32_t(s->range.end - s->range.start + 1);
+  uint64_t s1 = 0xFF, s2 = 0xFF, a = s->range.start;
   while (count > 0) {
     const uint32_t len = std::min<uint32_t>(count, 20);
     count -= len;
@@ -387,7 +387,7 @@ uint64_t checksumFletcher16(const hexdata *h, const ckspec *s) {
     s1 = (s1 & 0xFFFF) + ((s1 >> 16) & 0xFFFF);
     s2 = (s2 & 0xFFFF) + ((s2 >> 16) & 0xFFFF);
   };
-  for (uint64_t a = s->rangeStart;; ++a) {
+  for (uint64_t a = s->range.start;; ++a) {
     uint8_t b;
     if (in.at(a, &b)) {
       // Intended: the byte's half of the word follows the walk address,
@@ -401,7 +401,7 @@ uint64_t checksumFletcher16(const hexdata *h, const ckspec *s) {
         }
       }
     }
-    if (a == s->rangeEnd)
+    if (a == s->range.end)
       break;
   }
   if (words)
@@ -431,7 +431,7 @@ bool hex_checksum(hexdata *h, const ckspec *s, std::vector<uint8_t> *resultOut) 
     hex_setError(ENULL);
     return false;
   }
-  if (!s->hasRange) {
+  if (!s->range.hasStart) {
     hex_setError(ENODATA);
     return false;
   }

@@ -39,7 +39,7 @@ uint64_t sext32(uint32_t v) { return uint64_t(int64_t(int32_t(v))); }
 std::vector<std::pair<uint64_t, int>> modelStream(const hexdata *h, const ckspec &s,
                                                   model_undef *u) {
   std::vector<std::pair<uint64_t, int>> out;
-  for (uint64_t a = s.rangeStart, r = s.revWordWidth; a <= s.rangeEnd; ++a) {
+  for (uint64_t a = s.range.start, r = s.revWordWidth; a <= s.range.end; ++a) {
     const uint64_t from = r ? a + (r - 1) - 2 * (a % r) : a;
     if (!modelSkipped(s, from) && !hex_hasByte(h, from))
       u->note(from, false);
@@ -53,7 +53,7 @@ std::vector<uint8_t> modelResult(const hexdata *h, const ckspec &s, model_undef 
   const unsigned nBits = 8 * s.resultWidth;
   uint64_t v = s.offset, s1 = 0, s2 = 0, words = 0;
   if (ckspec_isAdditive(g)) {
-    for (uint64_t a = s.rangeStart; a <= s.rangeEnd; ++a) {
+    for (uint64_t a = s.range.start; a <= s.range.end; ++a) {
       if (!hex_hasByte(h, a))
         u->note(a, true);
       else if (!modelSkipped(s, a)) {
@@ -86,7 +86,7 @@ std::vector<uint8_t> modelResult(const hexdata *h, const ckspec &s, model_undef 
     v ^= s.xorValue;
   } else if (g == CK_FLETCHER8) {
     const auto stream = modelStream(h, s, u);
-    const uint32_t count = uint32_t(s.rangeEnd - s.rangeStart + 1);
+    const uint32_t count = uint32_t(s.range.end - s.range.start + 1);
     s1 = s2 = 0xFF;
     for (uint32_t i = 0; i < count; ++i) {
       if (stream[i].second >= 0)
@@ -259,8 +259,8 @@ TEST(Checksum, StoreRules) {
     ckspec s = makeSpec(1, 0, 2, 2);
     ckspec_setResultDest(&s, 0x100);
     ckspec_addCodeByte(&s, 0x34);
-    s.clobber = r.clobber;
-    ckspec_setOwner(&s, &ownerA);
+    store_setClobber(&s.policy, r.clobber);
+    store_setOwner(&s.policy, &ownerA);
     hex_clearErrors();
     EXPECT_EQ(hex_checksum(img.get(), &s, nullptr), r.ok);
     EXPECT_EQ(dump(img.get(), 0x100, 0x103), r.dump);

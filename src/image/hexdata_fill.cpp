@@ -153,9 +153,9 @@ private:
       const unsigned n = stop - c0;
       if (hex_putBytes(h_, base + c0, b + c0, n, force) != n)
         return false;
-      if (f_->hasOwner && !hex_setNote(h_, base + c0, base + stop - 1, f_->owner))
+      if (f_->policy.owner && !hex_setNote(h_, base + c0, base + stop - 1, f_->policy.owner))
         return false;
-      if (f_->preserveData)
+      if (f_->policy.preserve)
         hex_preserveData(h_, base + c0, base + stop - 1, 1);
     }
     if (stop <= c1) {
@@ -200,7 +200,7 @@ int hex_fill(hexdata *h, const fillspec *f) {
     hex_setError(ENULL);
     return 0;
   }
-  if (!f->hasStart) {
+  if (!f->range.hasStart) {
     hex_setError(ENOSTART);
     return 0;
   }
@@ -208,8 +208,8 @@ int hex_fill(hexdata *h, const fillspec *f) {
     hex_setError(ENOVALUE);
     return 0;
   }
-  uint64_t lo = f->start;
-  uint64_t hi = f->hasEnd ? f->end : f->start;
+  uint64_t lo = f->range.start;
+  uint64_t hi = f->range.hasEnd ? f->range.end : f->range.start;
   if (f->mode == FILL_DATA_ROWS) {
     const uint64_t R = f->rowLength;
     lo -= lo % R;

@@ -29,7 +29,7 @@ int modelFill(Model &m, const fillspec &f, uint64_t limit, std::string *err) {
     for (uint32_t i = 0; i < f.width; ++i)
       pat.push_back(uint8_t(v >> (8 * i)));
   const uint64_t P = pat.size(), R = f.rowLength;
-  uint64_t lo = f.start, hi = f.hasEnd ? f.end : f.start;
+  uint64_t lo = f.range.start, hi = f.range.hasEnd ? f.range.end : f.range.start;
   if (f.mode == FILL_DATA_ROWS) {
     lo -= lo % R;
     hi = hi + hi % R - 1;
@@ -54,8 +54,8 @@ int modelFill(Model &m, const fillspec &f, uint64_t limit, std::string *err) {
       *err = "EPRESERVED@" + hexText(a);
       return 0;
     } else {
-      m[a] = {b, f.preserveData, m[a].forced || f.mode == FILL_USED || f.mode == FILL_ALL,
-              f.hasOwner ? f.owner : m[a].note};
+      m[a] = {b, f.policy.preserve, m[a].forced || f.mode == FILL_USED || f.mode == FILL_ALL,
+              f.policy.owner ? f.policy.owner : m[a].note};
     }
     if (a == hi)
       break;
@@ -89,8 +89,8 @@ TEST(Fill, MatchesTheModel) {
     ok = ok && fillspec_setIncrement(&f, !counting ? 0 : pick(2) ? int32_t(pick(5)) - 2 : int32_t(rng()));
     ok = ok && fillspec_setMode(&f, uint32_t(pick(4))) && fillspec_setRowLength(&f, 1 + uint32_t(pick(40)));
     const uint64_t s = base + pick(span), e = s + pick(base + span - s);
-    ok = ok && fillspec_setStart(&f, s) && (pick(4) == 0 || fillspec_setEnd(&f, e));
-    ASSERT_TRUE(ok && fillspec_setPreserveData(&f, pick(5) == 0) && (pick(2) || fillspec_setOwner(&f, &ownerC)));
+    ok = ok && range_setStart(&f.range, s) && (pick(4) == 0 || range_setEnd(&f.range, e));
+    ASSERT_TRUE(ok && store_setPreserve(&f.policy, pick(5) == 0) && (pick(2) || store_setOwner(&f.policy, &ownerC)));
 
     std::string want, model;
     const int r = modelFill(m, f, base ? UINT64_MAX : span + 64, &want);
@@ -121,7 +121,7 @@ TEST(Fill, BudgetRefusesBeforeWriting) {
     Image h = newImage();
     fillspec f;
     ASSERT_TRUE(hex_storeByte(h.get(), 0x10, 0x55) && fillspec_addValue(&f, 0xAB) &&
-                fillspec_setStart(&f, 0x100 * (mode == FILL_ALL)) && fillspec_setEnd(&f, end) &&
+                range_setStart(&f.range, 0x100 * (mode == FILL_ALL)) && range_setEnd(&f.range, end) &&
                 fillspec_setMode(&f, mode));
     hex_clearErrors();
     EXPECT_EQ(hex_fill(h.get(), &f), !*error);

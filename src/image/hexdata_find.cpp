@@ -138,7 +138,7 @@ bool hex_find(const hexdata *h, const findspec *s, findmatches *out) {
   if (hex_getByteCount(h) == 0)
     return true;
   const uint64_t lo = hex_getLoAddr(h), hi = hex_getHiAddr(h);
-  const uint64_t L = s->hasStart ? std::max(s->start, lo) : lo;
+  const uint64_t L = s->range.hasStart ? std::max(s->range.start, lo) : lo;
   // Intended: the first candidate is L + (L mod alignment), not the next
   // multiple of the alignment.
   uint64_t first;
@@ -147,8 +147,8 @@ bool hex_find(const hexdata *h, const findspec *s, findmatches *out) {
   // The last address a match may reach. With an end, the limit itself is
   // left out, so neither the end nor the image's last byte is ever matched.
   uint64_t last = hi;
-  if (s->hasEnd) {
-    const uint64_t limit = std::min(s->end, hi);
+  if (s->range.hasEnd) {
+    const uint64_t limit = std::min(s->range.end, hi);
     if (limit == 0)
       return true;
     last = limit - 1;

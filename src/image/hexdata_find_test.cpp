@@ -21,8 +21,8 @@ findmatches model(const std::map<uint64_t, uint8_t> &img, const findspec &s) {
     return m;
   const size_t n = s.code.size();
   const uint64_t lo = img.begin()->first, hi = img.rbegin()->first;
-  const uint64_t L = s.hasStart ? std::max(s.start, lo) : lo;
-  const u128 U = s.hasEnd ? u128(std::min(s.end, hi)) : u128(hi) + 1;
+  const uint64_t L = s.range.hasStart ? std::max(s.range.start, lo) : lo;
+  const u128 U = s.range.hasEnd ? u128(std::min(s.range.end, hi)) : u128(hi) + 1;
   for (u128 c = u128(L) + L % s.alignment; c < U; c += s.alignment) {
     bool ok = true;
     for (size_t i = 0; ok && i < n; ++i) {
@@ -69,7 +69,7 @@ TEST(Find, MatchesTheModelOnRandomImages) {
     ASSERT_TRUE(findspec_setAlignment(&s, aligns[pick(7)]));
     if (pick(4))
       findspec_setRange(&s, base + pick(1600) - std::min<uint64_t>(base, 50), base + pick(1600));
-    s.hasStart = s.hasStart && pick(4);
+    s.range.hasStart = s.range.hasStart && pick(4);
     s.overlap = pick(2);
 
     findmatches got;

@@ -16,8 +16,8 @@ int hex_mask(hexdata *h, const maskspec *m) {
   }
   if (hex_getByteCount(h) == 0)
     return 1;
-  const uint64_t first = m->hasStart ? std::max(m->start, hex_getLoAddr(h)) : hex_getLoAddr(h);
-  const uint64_t last = m->hasEnd ? std::min(m->end, hex_getHiAddr(h)) : hex_getHiAddr(h);
+  const uint64_t first = m->range.hasStart ? std::max(m->range.start, hex_getLoAddr(h)) : hex_getLoAddr(h);
+  const uint64_t last = m->range.hasEnd ? std::min(m->range.end, hex_getHiAddr(h)) : hex_getHiAddr(h);
   if (last < first)
     return 1;
 
@@ -46,7 +46,7 @@ int hex_mask(hexdata *h, const maskspec *m) {
           k = 0;
       }
     }
-    if (m->willPreserveData && stop > c0)
+    if (m->preserve && stop > c0)
       hex_preserveData(h, (row << 8) + c0, (row << 8) + stop - 1, 1);
     if (stop <= c1) {
       hex_setAddrError(EPRESERVED, (row << 8) + stop);

@@ -32,17 +32,17 @@ TEST(Mask, MatchesTheModel) {
     for (uint64_t n = pick(6); n > 0; --n)
       maskspec_addMask(&s, uint8_t(rng()));
     const uint64_t lo = base + pick(span), hi = lo + pick(base + span - lo);
-    ASSERT_TRUE((pick(4) == 0 || maskspec_setStart(&s, lo)) && (pick(4) == 0 || maskspec_setEnd(&s, hi)) &&
-                maskspec_setPreserveData(&s, pick(4) == 0));
+    ASSERT_TRUE((pick(4) == 0 || range_setStart(&s.range, lo)) && (pick(4) == 0 || range_setEnd(&s.range, hi)) &&
+                maskspec_setPreserve(&s, pick(4) == 0));
 
     std::string want, stop = s.masks.empty() ? "ENOMASK" : "";
     for (auto &[a, v] : m) {
-      if ((s.hasStart && a < s.start) || (s.hasEnd && a > s.end) || !stop.empty())
+      if ((s.range.hasStart && a < s.range.start) || (s.range.hasEnd && a > s.range.end) || !stop.empty())
         continue;
       if (v.second)
         stop = "EPRESERVED@" + hexText(a);
       else
-        v = {uint8_t(v.first & s.masks[a % s.masks.size()]), s.willPreserveData};
+        v = {uint8_t(v.first & s.masks[a % s.masks.size()]), s.preserve};
     }
     for (auto &[a, v] : m)
       addToken(want, hexText(a) + "=" + slotText(v.first, HEX_PRESENT | (v.second ? HEX_PRESERVED : 0), &ownerA));

@@ -1,3 +1,5 @@
+// The serial engine: copies of a code sequence stored at their addresses,
+// back-to-back copies gathered into long runs.
 #include "image/hexdata_serial.h"
 
 #include <vector>
@@ -10,19 +12,19 @@ namespace {
 // that a long series costs one store per run instead of one per copy.
 constexpr size_t kRunBytes = 4096;
 
-// Stores the n bytes at a..a+n-1 (which the caller has checked fit the
+// Stores the n bytes of one or more copies at a..a+n-1 (which the caller has checked fit the
 // address space), stopping at the first refused byte; then notes and
 // preserves what was stored.
-bool storeRun(hexdata *h, const serialspec *s, uint64_t a, const uint8_t *bytes, uint64_t n) {
+bool storeCopies(hexdata *h, const serialspec *s, uint64_t a, const uint8_t *bytes, uint64_t n) {
   uint64_t stored = n;
   bool ok = true;
   if (!hex_hasAnyByte(h, a, n)) {
     // Nothing there to refuse: the run goes in whole.
-    stored = hex_putBytes(h, a, bytes, n, s->clobber);
+    stored = hex_putBytes(h, a, bytes, n, s->policy.clobber);
     ok = stored == n;
   } else {
     for (uint64_t i = 0; i < n; ++i) {
-      if (!hex_putByte(h, a + i, bytes[i], s->clobber)) {
+      if (!hex_putByte(h, a + i, bytes[i], s->policy.clobber)) {
         stored = i;
         ok = false;
         break;
@@ -31,9 +33,9 @@ bool storeRun(hexdata *h, const serialspec *s, uint64_t a, const uint8_t *bytes,
   }
   if (stored == 0)
     return ok;
-  if (s->preserveData)
+  if (s->policy.preserve)
     hex_preserveData(h, a, a + stored - 1, 1);
-  if (s->hasOwner && !hex_setNote(h, a, a + stored - 1, s->owner))
+  if (s->policy.owner && !hex_setNote(h, a, a + stored - 1, s->policy.owner))
     return false;
   return ok;
 }
@@ -83,7 +85,7 @@ bool hex_serial(hexdata *h, const serialspec *s) {
       if (s->codeInc)
         serialspec_addToCode(code.data(), n, s->codeInc);
       if (run.size() >= kRunBytes || r + 1 == s->repetitions) {
-        if (!storeRun(h, s, at, run.data(), run.size()))
+        if (!storeCopies(h, s, at, run.data(), run.size()))
           return false;
         if (r + 1 < s->repetitions)
           at += run.size();
@@ -94,7 +96,7 @@ bool hex_serial(hexdata *h, const serialspec *s) {
   }
   uint64_t at = s->start;
   for (uint32_t r = 0; r < s->repetitions; ++r) {
-    if (!storeRun(h, s, at, code.data(), n))
+    if (!storeCopies(h, s, at, code.data(), n))
       return false;
     if (r + 1 == s->repetitions)
       break;
@@ -103,23 +105,4 @@ bool hex_serial(hexdata *h, const serialspec *s) {
       serialspec_addToCode(code.data(), n, s->codeInc);
   }
   return true;
-}
-
-bool hex_string(hexdata *h, const stringspec *s) {
-  if (!h || !s) {
-    hex_setError(ENULL);
-    return false;
-  }
-  if (!s->hasStart) {
-    hex_setError(ENOSTART);
-    return false;
-  }
-  serialspec one;
-  serialspec_setStart(&one, s->start);
-  one.codeBytes = stringspec_bytes(s);
-  serialspec_setClobber(&one, s->clobber);
-  serialspec_setPreserveData(&one, s->preserveData);
-  if (s->hasOwner)
-    serialspec_setOwner(&one, s->owner);
-  return hex_serial(h, &one);
 }

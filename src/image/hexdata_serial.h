@@ -1,11 +1,10 @@
-// Serial and string stores on the memory image. Every byte follows the
-// image's plain or forced store rule (hexdata.h); the first refused byte
-// ends the store, and the bytes stored before it stay.
+// Serial store on the memory image. Every byte follows the image's plain
+// or forced store rule (hexdata.h); the first refused byte ends the store,
+// and the bytes stored before it stay.
 #pragma once
 
 #include "image/hexdata.h"
 #include "image/serial_spec.h"
-#include "image/string_spec.h"
 
 // Stores every copy of the record's code. False, with the code recorded, on:
 // ENULL (no image or record), ENOSTART, ENOCODE, EOVERLAPS (the code is
@@ -14,7 +13,3 @@
 // (ECLASH, EPRESERVED, EMEMORY). A forced overwrite of forced data records
 // ECLOBBERED and goes on.
 [[nodiscard]] bool hex_serial(hexdata *h, const serialspec *s);
-
-// Stores the string's bytes (stringspec_bytes) as one copy through
-// hex_serial. ENULL, ENOSTART, and the refusals of hex_serial.
-[[nodiscard]] bool hex_string(hexdata *h, const stringspec *s);

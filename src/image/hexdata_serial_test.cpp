@@ -47,13 +47,13 @@ bool modelSerial(std::map<uint64_t, Slot> &mem, std::string &errs, const serials
       Slot &slot = mem[a];
       if (slot.attr & HEX_PRESERVED)
         return fail(EPRESERVED, a);
-      if (had && !s.clobber && slot.data != v)
+      if (had && !s.policy.clobber && slot.data != v)
         return fail(ECLASH, a);
-      if (s.clobber && (slot.attr & HEX_FORCED))
+      if (s.policy.clobber && (slot.attr & HEX_FORCED))
         fail(ECLOBBERED, a, slot.note);
-      if (!had || s.clobber)
-        slot = {v, uint8_t(slot.attr | HEX_PRESENT | (s.clobber ? HEX_FORCED : 0)), nullptr};
-      slot.note = s.owner;
+      if (!had || s.policy.clobber)
+        slot = {v, uint8_t(slot.attr | HEX_PRESENT | (s.policy.clobber ? HEX_FORCED : 0)), nullptr};
+      slot.note = s.policy.owner;
     }
   }
   return true;
@@ -82,8 +82,8 @@ TEST(HexSerial, MatchesTheModel) {
     const uint64_t edge = s.addrInc < 0 ? travel : UINT64_MAX - travel - (n - 1);
     serialspec_setStart(&s, pick({rng() % 64, 0x10000 + rng() % 256, UINT64_MAX - rng() % 64,
                                   edge - 1 + rng() % 3}));
-    s.clobber = rng() % 2;
-    serialspec_setOwner(&s, &ownerA);
+    store_setClobber(&s.policy, rng() % 2);
+    store_setOwner(&s.policy, &ownerA);
 
     Image h = newImage();
     std::map<uint64_t, Slot> mem;

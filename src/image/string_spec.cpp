@@ -1,67 +1,39 @@
 #include "image/string_spec.h"
 
-#include "image/hex_errno.h"
-
 bool stringspec_appendCode(stringspec *s, const uint8_t *bytes, size_t n) {
-  if (s->packed) {
-    hex_setError(ENOCODE);
+  if (record_isNull(s))
     return false;
-  }
+  if (s->packed)
+    return record_refuse(ENOCODE);
   s->codeBytes.insert(s->codeBytes.end(), bytes, bytes + n);
   return true;
 }
 
-size_t stringspec_countCodeBytes(const stringspec *s) { return s->codeBytes.size(); }
-
-bool stringspec_setString(stringspec *s, const char *text) {
-  if (!text) {
-    hex_setError(ENULL);
-    return false;
-  }
-  s->string = text;
-  return true;
-}
-
-const std::string &stringspec_getString(const stringspec *s) { return s->string; }
-
-void stringspec_setStart(stringspec *s, uint64_t start) {
-  s->start = start;
-  s->hasStart = true;
-}
-
-bool stringspec_hasStart(const stringspec *s) { return s->hasStart; }
-
-uint64_t stringspec_getStart(const stringspec *s) {
-  if (!s->hasStart) {
-    hex_setError(ENOSTART);
-    return 0;
-  }
-  return s->start;
-}
-
-void stringspec_setClobber(stringspec *s, bool on) { s->clobber = on; }
-bool stringspec_canClobber(const stringspec *s) { return s->clobber; }
-
 bool stringspec_setPacked(stringspec *s, bool on) {
-  if (on && !s->codeBytes.empty()) {
-    hex_setError(ENOCODE);
+  if (record_isNull(s))
     return false;
-  }
+  if (on && !s->codeBytes.empty())
+    return record_refuse(ENOCODE);
   s->packed = on;
   return true;
 }
 
-bool stringspec_isPacked(const stringspec *s) { return s->packed; }
-void stringspec_setPreserveData(stringspec *s, bool on) { s->preserveData = on; }
-bool stringspec_willPreserveData(const stringspec *s) { return s->preserveData; }
-
-void stringspec_setOwner(stringspec *s, const void *owner) {
-  s->owner = owner;
-  s->hasOwner = true;
+bool stringspec_setString(stringspec *s, const char *text) {
+  if (record_isNull(s))
+    return false;
+  if (!text)
+    return record_refuse(ENULL);
+  s->string = text;
+  return true;
 }
 
-bool stringspec_hasOwner(const stringspec *s) { return s->hasOwner; }
-const void *stringspec_getOwner(const stringspec *s) { return s->owner; }
+bool stringspec_setStart(stringspec *s, uint64_t start) {
+  if (record_isNull(s))
+    return false;
+  s->start = start;
+  s->hasStart = true;
+  return true;
+}
 
 uint64_t stringspec_getLength(const stringspec *s) {
   const uint64_t chars = s->string.size() + 1; // the NUL included
@@ -70,8 +42,10 @@ uint64_t stringspec_getLength(const stringspec *s) {
   return chars * (s->codeBytes.size() + 1);
 }
 
-bool stringspec_isTrailingCell(const stringspec *s, uint64_t offset) {
-  return !s->packed && offset % (s->codeBytes.size() + 1) != 0;
+trail_layout stringspec_trailLayout(const stringspec *s) {
+  if (record_isNull(s) || s->packed || s->codeBytes.empty())
+    return {};
+  return {1, uint32_t(s->codeBytes.size() + 1)};
 }
 
 std::vector<uint8_t> stringspec_bytes(const stringspec *s) {

@@ -393,17 +393,48 @@ const char *arg_matchWord(const romweld_arg *a, const char *word, bool *plus) {
   return strncasecmp(p, word, n) == 0 ? p + n : nullptr;
 }
 
+namespace {
+
+void plusNotSupported(const romweld_arg *a, const char *word) {
+  std::string lower(word);
+  for (char &c : lower)
+    c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  arg_warning(a, "'+' prefix is not supported by %s", lower.c_str());
+}
+
+} // namespace
+
 const char *arg_claimWord(romweld_arg *a, const char *word, uint32_t id) {
   bool plus = false;
   const char *rest = arg_matchWord(a, word, &plus);
   if (!rest)
     return nullptr;
   a->id = id;
-  if (plus) {
-    std::string lower(word);
-    for (char &c : lower)
-      c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    arg_warning(a, "'+' prefix is not supported by %s", lower.c_str());
-  }
+  if (plus)
+    plusNotSupported(a, word);
   return rest;
+}
+
+const char *arg_open(romweld_arg *a, const char *word, uint32_t id, romweld_op op, arg_plus rule,
+                     int *result, bool *plus) {
+  bool given = false;
+  const char *p = arg_matchWord(a, word, &given);
+  if (plus)
+    *plus = given;
+  *result = MATCH_NONE;
+  if (!p)
+    return nullptr;
+  a->id = id;
+  a->op = op;
+  *result = MATCH_ERROR;
+  if (given && rule == PLUS_IGNORED_FIRST)
+    plusNotSupported(a, word);
+  if (*p != '=') {
+    arg_error(a, "malformed option");
+    return nullptr;
+  }
+  if (given && rule == PLUS_IGNORED)
+    plusNotSupported(a, word);
+  *result = MATCH_OK;
+  return p + 1;
 }

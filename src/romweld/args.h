@@ -101,6 +101,18 @@ const char *arg_matchWord(const romweld_arg *a, const char *word, bool *plus);
 // supported by <word>" (the word in lower case) if '+' was given.
 const char *arg_claimWord(romweld_arg *a, const char *word, uint32_t id);
 
+// The opening the option families' parsers share: `word` after an optional
+// '+', the record's kind and operation, then '=' (argument error
+// "malformed option" without it). A '+' is the family's clobber choice
+// (PLUS_TAKEN, told through *plus) or ignored with the warning "'+' prefix
+// is not supported by <word>", given once the '=' is found (PLUS_IGNORED)
+// or before it is looked for (PLUS_IGNORED_FIRST). Returns the text after
+// the '=' with *result MATCH_OK, or null with MATCH_NONE (another option's
+// text) or MATCH_ERROR (message issued).
+enum arg_plus { PLUS_TAKEN, PLUS_IGNORED, PLUS_IGNORED_FIRST };
+const char *arg_open(romweld_arg *a, const char *word, uint32_t id, romweld_op op, arg_plus rule,
+                     int *result, bool *plus = nullptr);
+
 
 // The parsers in the order they are offered an argument text, each with the
 // kinds it produces (first kind: the one whose usage a MATCH_ERROR shows

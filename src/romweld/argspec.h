@@ -28,8 +28,7 @@ struct outformat; // settings.h
 // Input file: "[+][r<start>-<end>][s<offset>],path".
 struct infile_spec {
   std::string path;
-  ihex_readspec read; // range and offset in address units
-  bool forced = false; // '+' prefix
+  ihex_readspec read; // range and offset in address units; '+' is its clobber
 };
 
 // -O: no path suppresses output.
@@ -82,23 +81,6 @@ struct ck_arg {
   uint64_t start = 0, end = 0;  // the range summed, in bytes
   uint64_t dest = 0;            // the first stored byte
   std::vector<uint8_t> result;  // the result bytes as stored, no trailing codes
-
-  bool hasTrailingCode() const { return !spec.codeBytes.empty(); }
-  // The result in value order, as the report prints it: a number most
-  // significant byte first, a digest in its standard order. A number stored
-  // least significant first and a digest stored reversed read backwards.
-  std::vector<uint8_t> valueOrder() const {
-    const bool digest = spec.algorithm == CK_SHA1 || spec.algorithm == CK_SHA256;
-    return spec.bigEndianResult != digest ? result
-                                          : std::vector<uint8_t>(result.rbegin(), result.rend());
-  }
-  // Whether addr holds one of the trailing code bytes stored after every
-  // codeBase result bytes.
-  bool isTrailingCode(uint64_t addr) const {
-    const uint64_t k = addr - dest, group = spec.codeBase + spec.codeBytes.size();
-    return computed && hasTrailingCode() && k < ckspec_getTotalResultBytes(&spec) &&
-           k % group >= spec.codeBase;
-  }
 };
 
 // -SERIAL: start and interval in address units as typed.
@@ -106,9 +88,7 @@ struct serial_arg {
   serialspec spec;
 };
 
-// -STRING and -STRPACK: start in address units as typed. Which stored
-// cells are trailing code rather than characters is
-// stringspec_isTrailingCell (never for a packed string).
+// -STRING and -STRPACK: start in address units as typed.
 struct string_arg {
   stringspec spec;
 };

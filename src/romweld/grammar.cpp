@@ -212,3 +212,25 @@ void grammar_codeString(codereq *r) {
     r->result.push_back(static_cast<uint8_t>(nibble(digits[i]) << 4 | nibble(digits[i + 1])));
   r->error = false;
 }
+
+bool grammar_take(const romweld_arg *a, const char *what, const char *&p, unsigned maxBytes,
+                  int radix, uint64_t *value) {
+  numreq r{a, what, p, maxBytes, radix};
+  grammar_number(&r);
+  if (r.error)
+    return false;
+  *value = r.value;
+  p = r.end;
+  return true;
+}
+
+bool grammar_takeCode(const romweld_arg *a, const char *what, const char *&p, int oddNibble,
+                      std::vector<uint8_t> *bytes) {
+  codereq r{a, what, p, oddNibble, {}};
+  grammar_codeString(&r);
+  if (r.error)
+    return false;
+  *bytes = std::move(r.result);
+  p = r.end;
+  return true;
+}

@@ -71,3 +71,10 @@ struct codereq {
   const char *end = nullptr;
 };
 void grammar_codeString(codereq *r);
+
+// The same for parsers that walk a cursor: read at p, and on success move p
+// past what was read; false after the helper has complained.
+[[nodiscard]] bool grammar_take(const romweld_arg *a, const char *what, const char *&p,
+                                unsigned maxBytes, int radix, uint64_t *value);
+[[nodiscard]] bool grammar_takeCode(const romweld_arg *a, const char *what, const char *&p,
+                                    int oddNibble, std::vector<uint8_t> *bytes);

@@ -11,6 +11,7 @@
 #include "image/hexdata.h"
 #include "image/hexobject.h"
 #include "romweld/args.h"
+#include "romweld/options.h"
 #include "romweld/settings.h"
 #include "romweld/units.h"
 
@@ -90,18 +91,20 @@ struct log_kind {
   const char *legend;   // legend description
   const char *key;      // map cell, with the record's number
   const char *trailKey; // trailing-code cell; null when the kind has none
+  trail_cells (*trail)(const romweld_arg *); // where the family put them
 };
 constexpr uint32_t LOG_UNUSED = 20;
 constexpr log_kind kKinds[] = {
-    {ARGT_INFILE, "Intel Hex-file", "Intel Hex-file", "H%u", nullptr},
-    {ARGT_CHECKSUM, "Stored checksum result", "Stored checksum result", "C%u", "T%u"},
-    {ARGT_DELETE, "Find & delete opcode", "Find & delete opcode", "X%u", nullptr},
-    {ARGT_REPLACE, "Find & replace opcode", "Find & replace opcode", "R%u", nullptr},
-    {ARGT_SERIAL, "Stored serial code", "Stored serial code", "S%u", nullptr},
-    {ARGT_STRING, "Stored ASCII string", "Stored ASCII string", "A%u", "B%u"},
-    {ARGT_STRPACK, "Packed ASCII string", "Packed ASCII string", "P%u", nullptr},
-    {ARGT_FILL, "Filled ROM", "Filled ROM", "F%u", nullptr},
-    {LOG_UNUSED, "Unused", "Unused memory", "--", nullptr},
+    {ARGT_INFILE, "Intel Hex-file", "Intel Hex-file", "H%u", nullptr, nullptr},
+    {ARGT_CHECKSUM, "Stored checksum result", "Stored checksum result", "C%u", "T%u",
+     trailCellsCHECKSUM},
+    {ARGT_DELETE, "Find & delete opcode", "Find & delete opcode", "X%u", nullptr, nullptr},
+    {ARGT_REPLACE, "Find & replace opcode", "Find & replace opcode", "R%u", nullptr, nullptr},
+    {ARGT_SERIAL, "Stored serial code", "Stored serial code", "S%u", nullptr, nullptr},
+    {ARGT_STRING, "Stored ASCII string", "Stored ASCII string", "A%u", "B%u", trailCellsSTRING},
+    {ARGT_STRPACK, "Packed ASCII string", "Packed ASCII string", "P%u", nullptr, nullptr},
+    {ARGT_FILL, "Filled ROM", "Filled ROM", "F%u", nullptr, nullptr},
+    {LOG_UNUSED, "Unused", "Unused memory", "--", nullptr, nullptr},
 };
 constexpr size_t kUnusedRow = std::size(kKinds) - 1;
 
@@ -112,36 +115,13 @@ size_t kindRow(uint32_t id) {
   return kUnusedRow;
 }
 
-// Where a record's trailing codes sit among the bytes it stored: from
-// `base`, every `group` bytes begin with `lead` data bytes and end with
-// codes. Derived from the owning argument's record, so the image needs no mark.
-struct trailing_layout {
-  uint64_t base = 0;
-  uint32_t lead = 0;
-  uint32_t group = 0; // 0: no trailing codes
-};
-trailing_layout trailingOf(const romweld_arg *a) {
-  trailing_layout t;
-  if (a->id == ARGT_CHECKSUM) {
-    const ck_arg &c = arg_spec<ck_arg>(a);
-    if (c.computed && c.hasTrailingCode())
-      t = {c.dest, c.spec.codeBase, uint32_t(c.spec.codeBase + c.spec.codeBytes.size())};
-  } else if (a->id == ARGT_STRING) {
-    const stringspec &s = arg_spec<string_arg>(a).spec;
-    const uint32_t codes = uint32_t(stringspec_countCodeBytes(&s));
-    if (codes && units_scale(UNITS_START, stringspec_getStart(&s), romweld.addressing, &t.base))
-      t = {t.base, 1, codes + 1};
-  }
-  return t;
-}
-
 // A record's cells in the map: its key and, where it has one, its
 // trailing-code key, each with its number and a leading blank.
 struct log_owner {
   const romweld_arg *arg;
   size_t row;
   std::string cell, trailCell;
-  trailing_layout trail;
+  trail_cells trail;
 };
 
 // Numbers every record whose kind has a key, per kind from 1 in
@@ -156,9 +136,9 @@ std::vector<log_owner> numberOwners() {
     const log_kind &k = kKinds[row];
     const unsigned n = ++counters[row];
     log_owner o{a.get(), row, cellText(k.key, n), {}, {}};
-    if (k.trailKey) {
-      o.trail = trailingOf(a.get());
-      if (o.trail.group)
+    if (k.trail) {
+      o.trail = k.trail(a.get());
+      if (o.trail.layout.group)
         o.trailCell = cellText(k.trailKey, n);
     }
     owners.push_back(std::move(o));
@@ -237,7 +217,7 @@ void writeChecksumReports() {
       log_print("### Checksum Reports ###\n");
     const ck_arg &c = arg_spec<ck_arg>(a.get());
     std::string digits;
-    for (uint8_t b : c.valueOrder())
+    for (uint8_t b : valueCHECKSUM(a.get()))
       digits += formatText("%02X", b);
     log_print(" Checksum %u (%s): (%lXh to %lXh) = 0x%s\n", n++, a->str.c_str(), c.start, c.end,
               digits.c_str());
@@ -246,7 +226,7 @@ void writeChecksumReports() {
     log_print("\n");
 }
 
-void writeMap(const hexdata *h, owner_index &idx, const std::vector<log_owner> &owners) {
+void writeLegend(const std::vector<log_owner> &owners) {
   log_print("### Hex Memory Map ###\n Legend:\n");
   log_print("  %s = %s\n", "--", "Unused memory");
   for (const log_owner &o : owners) {
@@ -255,73 +235,111 @@ void writeMap(const hexdata *h, owner_index &idx, const std::vector<log_owner> &
     if (!o.trailCell.empty())
       log_print(" %s = Trailing code          (%s)\n", o.trailCell.c_str(), o.arg->str.c_str());
   }
-  const uint64_t w = ihex_getMaxLength(romweld.hex);
-  const int digits = 2 * int(romweld.output.format->addrBytes);
-  std::string header(size_t(digits), ' ');
+}
+
+// Where the map's rows lie: rows of `width` cells (the record length),
+// addresses printed with `digits` digits, from the row holding the
+// extents' low end to `last`.
+struct map_geometry {
+  uint64_t width;
+  int digits;
+  uint64_t first; // the first row's address
+  uint64_t last;  // the last address mapped
+  bool endsAtRowStart; // the last row holds only the extents' high end: no line end after it
+};
+
+map_geometry mapGeometry() {
+  map_geometry g{ihex_getMaxLength(romweld.hex), 2 * int(romweld.output.format->addrBytes), 0, 0,
+                 false};
+  const uint64_t w = g.width, H = romweld.log.hi;
+  g.first = romweld.log.lo - romweld.log.lo % w;
+  // The map stops after H when H starts a row, else at the end of H's row
+  // (or of the address space, should that row run past it).
+  const uint64_t toRowEnd = w - 1 - H % w;
+  g.endsAtRowStart = H % w == 0;
+  g.last = g.endsAtRowStart ? H : (H > ~toRowEnd ? ~uint64_t(0) : H + toRowEnd);
+  return g;
+}
+
+// Appends one row's cells, a stretch of one owner at a time from runs of
+// that owner's cell.
+struct row_emitter {
+  const hexdata *h;
+  owner_index &idx;
+  const std::vector<log_owner> &owners;
+  std::string unusedRun;
+  std::vector<std::string> runs;
+
+  row_emitter(const hexdata *image, owner_index &index, const std::vector<log_owner> &o,
+              uint64_t w)
+      : h(image), idx(index), owners(o), unusedRun(repeat(" --", w)) {
+    for (const log_owner &owner : owners)
+      runs.push_back(repeat(owner.cell, w));
+  }
+
+  void cells(std::string &out, uint64_t rowStart, uint64_t rowLast) {
+    eachStretch(h, idx, rowStart, rowLast, [&](uint64_t first, uint64_t last, const log_owner *o) {
+      const uint64_t k = last - first + 1;
+      const trail_layout &t = o ? o->trail.layout : trail_layout{};
+      if (!o) {
+        out.append(unusedRun, 0, k * 3);
+      } else if (!t.group) {
+        out.append(runs[size_t(o - owners.data())], 0, k * o->cell.size());
+      } else {
+        for (uint64_t a = first;; ++a) {
+          out += (a - o->trail.base) % t.group >= t.lead ? o->trailCell : o->cell;
+          if (a == last)
+            break;
+        }
+      }
+    });
+  }
+};
+
+void writeMap(const hexdata *h, owner_index &idx, const std::vector<log_owner> &owners) {
+  writeLegend(owners);
+  const map_geometry g = mapGeometry();
+  std::string header(size_t(g.digits), ' ');
   header += " |";
-  for (uint64_t c = 0; c < w; ++c)
+  for (uint64_t c = 0; c < g.width; ++c)
     header += formatText(" %02X", unsigned(c));
   const std::string rule(header.size(), '-');
   log_print("%s\n%s\n", rule.c_str(), header.c_str());
   if (romweld.log.noExtent)
     return;
 
-  const uint64_t H = romweld.log.hi;
-  uint64_t rowStart = romweld.log.lo - romweld.log.lo % w;
-  // The map stops after H when H starts a row, else at the end of H's row
-  // (or of the address space, should that row run past it).
-  const uint64_t toRowEnd = w - 1 - H % w;
-  const uint64_t mapLast = H % w == 0 ? H : (H > ~toRowEnd ? ~uint64_t(0) : H + toRowEnd);
-  // Cells are appended a stretch at a time from runs of one owner's cell.
-  const std::string unusedRun = repeat(" --", w);
-  std::vector<std::string> runs(owners.size());
-  for (size_t i = 0; i < owners.size(); ++i)
-    runs[i] = repeat(owners[i].cell, w);
+  row_emitter emit(h, idx, owners, g.width);
   bool separate = true;
   std::string out;
-  for (;;) {
-    const uint64_t rowLast = std::min(rowStart + (w - 1), mapLast);
+  for (uint64_t rowStart = g.first;;) {
+    const uint64_t rowLast = std::min(rowStart + (g.width - 1), g.last);
     if (!hex_getNote(h, rowStart)) {
       // Wholly unused rows are skipped, however many: the next printed row
       // is the one where the unused stretch ends.
-      const uint64_t unusedTo = hex_findNoteRange(h, rowStart, mapLast);
+      const uint64_t unusedTo = hex_findNoteRange(h, rowStart, g.last);
       if (unusedTo >= rowLast) {
         separate = true;
-        if (unusedTo == mapLast)
+        if (unusedTo == g.last)
           break;
-        rowStart = unusedTo + 1 - (unusedTo + 1) % w;
+        rowStart = unusedTo + 1 - (unusedTo + 1) % g.width;
         continue;
       }
     }
     if (separate)
       out += rule + '\n';
     separate = false;
-    appendHex(out, rowStart, digits);
+    appendHex(out, rowStart, g.digits);
     out += " |";
-    eachStretch(h, idx, rowStart, rowLast, [&](uint64_t first, uint64_t last, const log_owner *o) {
-      const uint64_t k = last - first + 1;
-      if (!o) {
-        out.append(unusedRun, 0, k * 3);
-      } else if (!o->trail.group) {
-        out.append(runs[size_t(o - owners.data())], 0, k * o->cell.size());
-      } else {
-        for (uint64_t a = first;; ++a) {
-          out += (a - o->trail.base) % o->trail.group >= o->trail.lead ? o->trailCell : o->cell;
-          if (a == last)
-            break;
-        }
-      }
-    });
-    // The last row of a map that ends right after H has no line end.
-    if (!(rowLast == mapLast && H % w == 0))
+    emit.cells(out, rowStart, rowLast);
+    if (!(rowLast == g.last && g.endsAtRowStart))
       out += '\n';
     if (out.size() >= (size_t(1) << 20)) {
       log_write(out.data(), out.size());
       out.clear();
     }
-    if (rowLast >= mapLast)
+    if (rowLast >= g.last)
       break;
-    rowStart += w;
+    rowStart += g.width;
   }
   log_write(out.data(), out.size());
 }

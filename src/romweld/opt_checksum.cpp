@@ -118,8 +118,9 @@ bool overlapped() {
   return yes;
 }
 
-// The checks after the text is read, in their fixed order.
-bool buildSpec(romweld_arg *a, const controls &c, const rangereq &range, ckspec *s) {
+// The algorithm and the result width, the first of the checks made after
+// the text is read; false after a message.
+bool buildAlgorithm(romweld_arg *a, const controls &c, const rangereq &range, ckspec *s) {
   if (!c.algorithm.has) {
     arg_error(a, "no checksum algorithm specified");
     return false;
@@ -151,82 +152,96 @@ bool buildSpec(romweld_arg *a, const controls &c, const rangereq &range, ckspec 
       return false;
     }
     (void)ckspec_setResultWidth(s, uint32_t(w));
-    (void)ckspec_setBigEndianResult(s, width > 0);
+    ckspec_setBigEndianResult(s, width > 0);
   }
-  if (!c.dest.has) {
-    arg_error(a, "no destination address specified");
-    return false;
-  }
-  hex_clearErrors();
-  (void)ckspec_setResultDest(s, c.dest.value);
-  if (overlapped())
-    arg_warning(a, "checksum result destination (0x%lX) overlaps with checksum range", c.dest.value);
+  return true;
+}
 
-  if (c.poly.has)
-    (void)ckspec_setPoly(s, c.poly.value);
-  if (c.xorValue.has) {
-    (void)ckspec_setXor(s, c.xorValue.value);
-    if (!ckspec_isCRC(algorithm))
-      arg_warning(a, "selected algorithm does not use XOR value");
-  }
-  if (c.offset.has)
-    (void)ckspec_setOffset(s, c.offset.value);
+// Word reversal and byte skipping; false after a message.
+bool buildWordControls(romweld_arg *a, const controls &c, ckspec *s) {
   if (c.reverse.has) {
     if (c.reverse.asInt() < 0) {
       arg_error(a, "reverse-word width must be a positive decimal or zero (disabled)");
       return false;
     }
-    (void)ckspec_setRevWordWidth(s, uint32_t(c.reverse.asInt()));
+    ckspec_setRevWordWidth(s, uint32_t(c.reverse.asInt()));
   }
-  if (c.skipWidth.has) {
-    const int32_t sw = c.skipWidth.asInt();
-    if (sw != 0 && sw <= 1) {
-      arg_error(a, "skip-word width must be greater than 1 or zero (disabled)");
-      return false;
-    }
-    (void)ckspec_setSkipWordWidth(s, uint32_t(sw));
-    if (sw != 0) {
-      const int32_t sb = c.skipBytes.has ? c.skipBytes.asInt() : 1;
-      if (sb <= 0 || sb >= sw) {
-        arg_error(a, "number of bytes for byte skip with hash calculation must be non-zero and "
-                     "less than the skip width");
-        return false;
-      }
-      (void)ckspec_setSkipBytes(s, uint32_t(sb));
-    }
+  if (!c.skipWidth.has)
+    return true;
+  const int32_t sw = c.skipWidth.asInt();
+  if (sw != 0 && sw <= 1) {
+    arg_error(a, "skip-word width must be greater than 1 or zero (disabled)");
+    return false;
   }
-  if (c.hasCode) {
-    for (uint8_t b : c.code) {
-      (void)ckspec_addCodeByte(s, b);
-      if (overlapped())
-        arg_warning(a, "trailing code bytes cause result to overlap with checksum range");
-    }
-    const uint32_t base = c.codeBase.has ? uint32_t(c.codeBase.value) : 1;
-    const uint32_t w = s->resultWidth;
-    if (base > w) {
-      arg_error(a,
-                "the number of hash bytes to which the trailing code is appended (%u) must be no "
-                "greater than the hash width (%u)",
-                base, w);
-      return false;
-    }
-    // A code base of 0 would reach the divisibility test first; it is
-    // refused for what it is instead.
-    if (base == 0) {
-      arg_error(a, "the number of bytes appended with trailing code must be > 0");
-      return false;
-    }
-    if (w % base != 0) {
-      arg_error(a,
-                "the hash width (%d) must be a multiple of the number of hash bytes appended with "
-                "a trailing code (%d)",
-                int(w), int(base));
-      return false;
-    }
-    (void)ckspec_setCodeBase(s, base);
-    hex_clearErrors();
+  (void)ckspec_setSkipWordWidth(s, uint32_t(sw));
+  if (sw == 0)
+    return true;
+  const int32_t sb = c.skipBytes.has ? c.skipBytes.asInt() : 1;
+  if (sb <= 0 || sb >= sw) {
+    arg_error(a, "number of bytes for byte skip with hash calculation must be non-zero and "
+                 "less than the skip width");
+    return false;
   }
+  (void)ckspec_setSkipBytes(s, uint32_t(sb));
   return true;
+}
+
+// The trailing code and its base; false after a message.
+bool buildTrailingCode(romweld_arg *a, const controls &c, ckspec *s) {
+  for (uint8_t b : c.code) {
+    ckspec_addCodeByte(s, b);
+    if (overlapped())
+      arg_warning(a, "trailing code bytes cause result to overlap with checksum range");
+  }
+  const uint32_t base = c.codeBase.has ? uint32_t(c.codeBase.value) : 1;
+  const uint32_t w = s->resultWidth;
+  if (base > w) {
+    arg_error(a,
+              "the number of hash bytes to which the trailing code is appended (%u) must be no "
+              "greater than the hash width (%u)",
+              base, w);
+    return false;
+  }
+  // A code base of 0 would reach the divisibility test first; it is
+  // refused for what it is instead.
+  if (base == 0) {
+    arg_error(a, "the number of bytes appended with trailing code must be > 0");
+    return false;
+  }
+  if (w % base != 0) {
+    arg_error(a,
+              "the hash width (%d) must be a multiple of the number of hash bytes appended with "
+              "a trailing code (%d)",
+              int(w), int(base));
+    return false;
+  }
+  (void)ckspec_setCodeBase(s, base);
+  hex_clearErrors();
+  return true;
+}
+
+// The checks after the text is read, in their fixed order.
+bool buildSpec(romweld_arg *a, const controls &c, const rangereq &range, ckspec *s) {
+  if (!buildAlgorithm(a, c, range, s))
+    return false;
+  if (!c.dest.has) {
+    arg_error(a, "no destination address specified");
+    return false;
+  }
+  hex_clearErrors();
+  ckspec_setResultDest(s, c.dest.value);
+  if (overlapped())
+    arg_warning(a, "checksum result destination (0x%lX) overlaps with checksum range", c.dest.value);
+  if (c.poly.has)
+    ckspec_setPoly(s, c.poly.value);
+  if (c.xorValue.has) {
+    ckspec_setXor(s, c.xorValue.value);
+    if (!ckspec_isCRC(s->algorithm))
+      arg_warning(a, "selected algorithm does not use XOR value");
+  }
+  if (c.offset.has)
+    ckspec_setOffset(s, c.offset.value);
+  return buildWordControls(a, c, s) && (!c.hasCode || buildTrailingCode(a, c, s));
 }
 
 constexpr drain_row kRows[] = {
@@ -242,18 +257,13 @@ constexpr drain_row kRows[] = {
 } // namespace
 
 int parseCHECKSUM(romweld_arg *a) {
+  int result;
   bool plus = false;
-  const char *p = arg_matchWord(a, "-ck", &plus);
+  const char *p = arg_open(a, "-ck", ARGT_CHECKSUM, doCHECKSUM, PLUS_TAKEN, &result, &plus);
   if (!p)
-    return MATCH_NONE;
-  a->id = ARGT_CHECKSUM;
-  a->op = doCHECKSUM;
+    return result;
   ck_arg &ck = arg_newSpec<ck_arg>(a);
-  if (*p != '=') {
-    arg_error(a, "malformed option");
-    return MATCH_ERROR;
-  }
-  rangereq range{a, p + 1, RADIX_16};
+  rangereq range{a, p, RADIX_16};
   grammar_range(&range);
   if (range.error)
     return MATCH_ERROR;
@@ -264,10 +274,44 @@ int parseCHECKSUM(romweld_arg *a) {
     hex_clearErrors();
     return MATCH_ERROR;
   }
-  (void)ckspec_setClobber(&ck.spec, plus);
-  (void)ckspec_setOwner(&ck.spec, a);
+  store_setClobber(&ck.spec.policy, plus);
+  store_setOwner(&ck.spec.policy, a);
   return MATCH_OK;
 }
+
+namespace {
+
+// The undefined bytes of a checksum's range, recorded first, during the
+// walk, and reported as one warning after the other records' messages.
+struct undefined_bytes {
+  bool any = false;
+  hex_error first{};
+  uint64_t lo = 0, hi = 0;
+};
+
+undefined_bytes takeUndefined() {
+  undefined_bytes u;
+  while (hex_errorCount() > 0 && hex_errorAt(0).code == EUNDEFADDR) {
+    const hex_error e = hex_popError();
+    if (!u.any)
+      u.first = e;
+    u.lo = u.any ? std::min(u.lo, e.addr) : e.addr;
+    u.hi = u.any ? std::max(u.hi, e.addr) : e.addr;
+    u.any = true;
+  }
+  return u;
+}
+
+void warnUndefined(romweld_arg *a, const undefined_bytes &u) {
+  if (!u.any)
+    return;
+  const std::string assumed =
+      u.first.flag ? "skipping" : alert_format("assuming 0x%X", unsigned(uint8_t(u.first.ch)));
+  arg_warning(a, "range includes undefined addresses from 0x%lX to 0x%lX, %s", u.lo, u.hi,
+              assumed.c_str());
+}
+
+} // namespace
 
 bool doCHECKSUM(romweld_arg *a) {
   ck_arg *ck = std::get_if<ck_arg>(&a->spec);
@@ -277,46 +321,41 @@ bool doCHECKSUM(romweld_arg *a) {
   uint64_t dest = 0;
   if (!units_toBytes(a, "result destination", UNITS_START, s.resultDest, &dest))
     return false;
-  (void)ckspec_setResultDest(&s, dest);
-  if (s.hasRange) {
-    uint64_t start = 0, end = 0;
-    if (!units_toBytes(a, "start address", UNITS_START, s.rangeStart, &start) ||
-        !units_toBytes(a, "end address", UNITS_END, s.rangeEnd, &end))
-      return false;
-    (void)ckspec_setRange(&s, start, end); // an overlap was warned about when parsing
-  }
+  ckspec_setResultDest(&s, dest);
+  // An overlap was warned about when parsing.
+  if (!units_rangeToBytes(a, ck->spec.range, &s.range))
+    return false;
   hex_clearErrors();
 
   std::vector<uint8_t> result;
   const bool computed = hex_checksum(ihex_getImage(romweld.hex), &s, &result);
-
-  // Undefined bytes are recorded first, during the walk; they become one
-  // warning after the other messages.
-  bool undefined = false;
-  hex_error first{};
-  uint64_t lo = 0, hi = 0;
-  while (hex_errorCount() > 0 && hex_errorAt(0).code == EUNDEFADDR) {
-    const hex_error e = hex_popError();
-    if (!undefined)
-      first = e;
-    lo = undefined ? std::min(lo, e.addr) : e.addr;
-    hi = undefined ? std::max(hi, e.addr) : e.addr;
-    undefined = true;
-  }
+  const undefined_bytes undefined = takeUndefined();
   const bool clean = drain_errors(kRows, drain_ctx{a});
-  if (undefined)
-    arg_warning(a, "range includes undefined addresses from 0x%lX to 0x%lX, %s", lo, hi,
-                first.flag ? "skipping" : alert_format("assuming 0x%X", unsigned(uint8_t(first.ch))).c_str());
+  warnUndefined(a, undefined);
   hex_clearErrors();
 
-  const uint64_t total = ckspec_getTotalResultBytes(&s);
-  romweld_widenSpan(dest, total ? dest + total - 1 : dest);
   if (result.size() == s.resultWidth) {
     ck->computed = true;
-    ck->start = s.rangeStart;
-    ck->end = s.rangeEnd;
+    ck->start = s.range.start;
+    ck->end = s.range.end;
     ck->dest = dest;
     ck->result = std::move(result);
   }
   return computed && clean;
+}
+
+trail_cells trailCellsCHECKSUM(const romweld_arg *a) {
+  const ck_arg &c = arg_spec<ck_arg>(a);
+  if (!c.computed)
+    return {};
+  return {c.dest, ckspec_trailLayout(&c.spec)};
+}
+
+std::vector<uint8_t> valueCHECKSUM(const romweld_arg *a) {
+  const ck_arg &c = arg_spec<ck_arg>(a);
+  // A number stored least significant byte first, and a digest stored
+  // reversed, read backwards.
+  const bool digest = c.spec.algorithm == CK_SHA1 || c.spec.algorithm == CK_SHA256;
+  return c.spec.bigEndianResult != digest ? c.result
+                                          : std::vector<uint8_t>(c.result.rbegin(), c.result.rend());
 }

@@ -43,8 +43,8 @@ protected:
 
 // The parsed record in one line: "+g5 0-1FFF@5FFC w2 le +1234 p1021 oFFFF r2 s4.2 t34.1".
 std::string summary(const ckspec &s) {
-  std::string out = alert_format("%sg%d ", s.clobber ? "+" : "", s.algorithm);
-  out += s.hasRange ? alert_format("%lX-%lX", s.rangeStart, s.rangeEnd) : "norange";
+  std::string out = alert_format("%sg%d ", s.policy.clobber ? "+" : "", s.algorithm);
+  out += s.range.hasStart ? alert_format("%lX-%lX", s.range.start, s.range.end) : "norange";
   out += alert_format("@%lX w%u %s", s.resultDest, s.resultWidth, s.bigEndianResult ? "be" : "le");
   if (s.offset)
     out += alert_format(" +%lX", s.offset);
@@ -128,7 +128,7 @@ TEST_F(CkOption, ParsesEveryControlOrNamesTheFirstFault) {
     if (*r.result) {
       ASSERT_EQ(got, MATCH_OK);
       EXPECT_EQ(summary(arg_spec<ck_arg>(&a).spec), r.result);
-      EXPECT_EQ(arg_spec<ck_arg>(&a).spec.owner, &a);
+      EXPECT_EQ(arg_spec<ck_arg>(&a).spec.policy.owner, &a);
     } else {
       EXPECT_EQ(got, MATCH_ERROR);
     }
@@ -149,7 +149,7 @@ std::string checkValue(const char *text) {
   a.str = text;
   if (parseCHECKSUM(&a) != MATCH_OK || !doCHECKSUM(&a))
     return "refused";
-  return testutil::hexBytes(arg_spec<ck_arg>(&a).valueOrder());
+  return testutil::hexBytes(valueCHECKSUM(&a));
 }
 
 // Every catalogue CRC whose width is whole bytes and whose input and output

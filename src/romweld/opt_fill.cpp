@@ -39,7 +39,7 @@ const char *parseValues(romweld_arg *a, fillspec *f, const char *p) {
     if (!fillspec_addValue(f, n.value)) {
       ROMWELD_ASSERT(hex_errno() == EWIDEVALUE);
       arg_error(a, "fill-constant (0x%lX) is larger than specified width (%u bytes)", n.value,
-                fillspec_getWidth(f));
+                f->width);
       return nullptr;
     }
     p = n.end;
@@ -68,7 +68,7 @@ const char *parseIncrement(romweld_arg *a, fillspec *f, const char *p) {
     arg_error(a, "an increment is specified with += or -=");
     return nullptr;
   }
-  if (fillspec_countValues(f) > 1) {
+  if (f->values.size() > 1) {
     arg_error(a, "and inc/decrement cannot be applied to series of fill-constants");
     return nullptr;
   }
@@ -79,49 +79,41 @@ const char *parseIncrement(romweld_arg *a, fillspec *f, const char *p) {
   uint32_t inc = static_cast<uint32_t>(n.value);
   if (down)
     inc = 0u - inc;
-  const int ok = fillspec_setIncrement(f, static_cast<int32_t>(inc));
+  const bool ok = fillspec_setIncrement(f, static_cast<int32_t>(inc));
   ROMWELD_ASSERT(ok);
   return n.end;
+}
+
+// "wN:" when given; the text after it, or null after a message.
+const char *parseWidth(romweld_arg *a, fillspec *f, const char *p) {
+  if (*p != 'w' && *p != 'W')
+    return p;
+  numreq n{a, "word-width", p + 1, 4, RADIX_10};
+  grammar_number(&n);
+  if (n.error)
+    return nullptr;
+  if (n.value < 1 || n.value > 8) {
+    arg_error(a, "word-width must be a decimal <= %u and >= %u", 8u, 1u);
+    return nullptr;
+  }
+  const bool ok = fillspec_setWidth(f, static_cast<uint32_t>(n.value));
+  ROMWELD_ASSERT(ok);
+  if (*n.end != ':') {
+    arg_error(a, "cannot find the start of the fill expressions");
+    return nullptr;
+  }
+  return n.end + 1;
 }
 
 } // namespace
 
 int parseFILL(romweld_arg *a) {
-  bool plus = false;
-  const char *p = arg_matchWord(a, "-fill", &plus);
+  int result;
+  const char *p = arg_open(a, "-fill", ARGT_FILL, doFILL, PLUS_IGNORED, &result);
   if (!p)
-    return MATCH_NONE;
-  a->id = ARGT_FILL;
-  if (*p != '=') {
-    arg_error(a, "malformed option");
-    return MATCH_ERROR;
-  }
-  ++p;
-  if (plus)
-    arg_warning(a, "'+' prefix is not supported by -fill");
-  a->op = doFILL;
+    return result;
   fillspec *f = &arg_newSpec<fill_arg>(a).spec;
-
-  if (*p == 'w' || *p == 'W') {
-    numreq n{a, "word-width", p + 1, 4, RADIX_10};
-    grammar_number(&n);
-    if (n.error)
-      return MATCH_ERROR;
-    if (n.value < 1 || n.value > 8) {
-      arg_error(a, "word-width must be a decimal <= %u and >= %u", 8u, 1u);
-      return MATCH_ERROR;
-    }
-    const int ok = fillspec_setWidth(f, static_cast<uint32_t>(n.value));
-    ROMWELD_ASSERT(ok);
-    p = n.end;
-    if (*p != ':') {
-      arg_error(a, "cannot find the start of the fill expressions");
-      return MATCH_ERROR;
-    }
-    ++p;
-  }
-
-  if (!(p = parseValues(a, f, p)))
+  if (!(p = parseWidth(a, f, p)) || !(p = parseValues(a, f, p)))
     return MATCH_ERROR;
   if (*p != '@') {
     if (!(p = parseIncrement(a, f, p)))
@@ -139,7 +131,7 @@ int parseFILL(romweld_arg *a) {
   if (start.error)
     return MATCH_ERROR;
   hex_clearErrors();
-  (void)fillspec_setStart(f, start.value);
+  (void)range_setStart(&f->range, start.value);
   p = start.end;
   if (*p == ':') {
     numreq end{a, "end address", p + 1, 8, RADIX_DEFAULT_10};
@@ -150,7 +142,7 @@ int parseFILL(romweld_arg *a) {
       arg_error(a, "and address must be >= start address"); // intended wording
       return MATCH_ERROR;
     }
-    (void)fillspec_setEnd(f, end.value);
+    (void)range_setEnd(&f->range, end.value);
     p = end.end;
   }
   (void)fillspec_setMode(f, FILL_UNUSED);
@@ -162,7 +154,7 @@ int parseFILL(romweld_arg *a) {
     arg_error(a, "garbage (\"%s\") at the end of option", p);
     return MATCH_ERROR;
   }
-  fillspec_setOwner(f, a);
+  store_setOwner(&f->policy, a);
   return MATCH_OK;
 }
 
@@ -172,21 +164,19 @@ bool doFILL(romweld_arg *a) {
   // The record in byte addresses. "@address" alone fills that one address
   // (all of its unit); ",data" without an end leaves the end unset.
   fillspec f = typed;
-  if (!units_toBytes(a, "start address", UNITS_START, typed.start, &f.start))
+  addr_range units = typed.range;
+  if (!units.hasEnd && typed.mode == FILL_UNUSED)
+    (void)range_setEnd(&units, units.start);
+  if (!units_rangeToBytes(a, units, &f.range))
     return false;
-  if (typed.hasEnd || typed.mode == FILL_UNUSED) {
-    const uint64_t end = typed.hasEnd ? typed.end : typed.start;
-    if (!units_toBytes(a, "end address", UNITS_END, end, &f.end))
-      return false;
-    f.hasEnd = true;
-  }
-  const int ok = fillspec_setRowLength(&f, romweld.output.maxLength ? romweld.output.maxLength : 16);
+  const bool ok = fillspec_setRowLength(&f, romweld.output.maxLength ? romweld.output.maxLength : 16);
   ROMWELD_ASSERT(ok);
 
   // Intended: the range is checked against the width of one constant, not
   // the length of the whole pattern; an unset end counts as 0.
-  if (f.hasEnd || f.mode != FILL_UNUSED) {
-    const uint64_t span = fillspec_getEnd(&f) + 1 - f.start;
+  const uint64_t end = f.range.hasEnd ? f.range.end : 0;
+  if (f.range.hasEnd || f.mode != FILL_UNUSED) {
+    const uint64_t span = end + 1 - f.range.start;
     if (span % f.width != 0)
       arg_warning(a, "fill range is not a multiple of the fill width, final fill value will be "
                      "truncated");
@@ -198,7 +188,6 @@ bool doFILL(romweld_arg *a) {
   if (!filled && hex_errno() == EMEMORY)
     alert_outOfMemory();
   const bool clean = drain_errors(kFillRows, drain_ctx{a});
-  romweld_widenSpan(f.start, fillspec_getEnd(&f));
-  romweld_widenExtents(f.start, fillspec_getEnd(&f));
+  romweld_widenExtents(f.range.start, end);
   return filled && clean;
 }

@@ -21,15 +21,16 @@ std::string fields(const fillspec &f) {
   std::string v;
   for (uint64_t x : f.values)
     v.append(v.empty() ? "" : ",").append(alert_format("%lX", x));
-  return alert_format("w%u %s inc=%d %lX-%s m%u", f.width, v.c_str(), f.increment, f.start,
-                      f.hasEnd ? alert_format("%lX", f.end).c_str() : "", f.mode);
+  return alert_format("w%u %s inc=%d %lX-%s m%u", f.width, v.c_str(), f.increment,
+                      f.range.start, f.range.hasEnd ? alert_format("%lX", f.range.end).c_str() : "",
+                      f.mode);
 }
 
 std::string fields(const maskspec &m) {
   std::string v;
   for (uint8_t x : m.masks)
     v += alert_format("%02X", x);
-  return alert_format("%s %lX-%lX", v.c_str(), m.start, m.end);
+  return alert_format("%s %lX-%lX", v.c_str(), m.range.start, m.range.end);
 }
 
 // Each text: its first message, if any, then " | " and the record's fields

@@ -4,8 +4,8 @@
 // anything, writes its results to the log's find section, and keeps the
 // matches in the argument record. A replace merges its code into each match
 // under its mask and stores it by force; a delete leaves a gap that a later
-// fill may fill. Both own the bytes they touch and widen the placed-data
-// span; a replace also widens the log's extents.
+// fill may fill. Both own the bytes they touch; a replace also widens the
+// log's extents.
 #include <cctype>
 #include <cstring>
 #include <string>
@@ -59,87 +59,106 @@ bool hasNoCase(const romweld_arg *a, const char *word) {
   return findNoCase(a->str.c_str(), word) != std::string::npos;
 }
 
-// Reads what the three forms share, up to the first character that is no
-// sub-option; returns the position there, or null after a message.
-const char *initFindArg(romweld_arg *a, find_arg *f) {
-  bool plus = false;
-  const char *p = arg_matchWord(a, "-find", &plus);
-  if (plus)
-    arg_warning(a, "'+' prefix is not supported by -find");
-  if (*p != '=') {
-    arg_error(a, "malformed option");
+// The sub-options of the search, each at most once where that matters.
+struct search_text {
+  std::vector<uint8_t> code;
+  std::optional<std::vector<uint8_t>> mask;
+  uint64_t alignment = 1;
+  bool hasRange = false;
+};
+
+const char *readMask(romweld_arg *a, search_text *t, const char *p) {
+  if (t->mask) {
+    arg_error(a, "can only specify one code-mask");
     return nullptr;
   }
-  codereq code{a, "search-code", p + 1, kNibbles, {}};
-  grammar_codeString(&code);
-  if (code.error)
+  std::vector<uint8_t> m;
+  if (!grammar_takeCode(a, "search-mask", ++p, kNibbles, &m))
     return nullptr;
-  std::optional<std::vector<uint8_t>> mask;
-  for (p = code.end;;) {
-    const char c = *p;
-    if (c == 'M' || c == 'm') {
-      if (mask) {
-        arg_error(a, "can only specify one code-mask");
-        return nullptr;
-      }
-      codereq m{a, "search-mask", p + 1, kNibbles, {}};
-      grammar_codeString(&m);
-      if (m.error)
-        return nullptr;
-      if (m.result.size() != code.result.size()) {
-        arg_error(a, "the search-mask must have the same length as the find-code");
-        return nullptr;
-      }
-      mask = std::move(m.result);
-      p = m.end;
-    } else if (c == '@') {
+  if (m.size() != t->code.size()) {
+    arg_error(a, "the search-mask must have the same length as the find-code");
+    return nullptr;
+  }
+  t->mask = std::move(m);
+  return p;
+}
+
+// An alignment of 0 is refused once the range is known.
+const char *readAlignment(romweld_arg *a, find_arg *f, search_text *t, const char *p) {
+  if (f->alignGiven) {
+    arg_error(a, "can only specify the search-alignment once");
+    return nullptr;
+  }
+  if (!grammar_take(a, "alignment", ++p, 4, RADIX_DEFAULT_10, &t->alignment))
+    return nullptr;
+  f->alignGiven = true;
+  return p;
+}
+
+// A title runs to the next ',' or the end; '#' stands for a blank.
+const char *readTitle(romweld_arg *a, find_arg *f, const char *p) {
+  const char *stop = std::strchr(p + 1, ',');
+  std::string title(p + 1, stop ? stop : p + std::strlen(p));
+  if (title.empty()) {
+    arg_error(a, "title is an empty string");
+    return nullptr;
+  }
+  for (char &ch : title)
+    if (ch == '#')
+      ch = ' ';
+  f->title = "\"" + title + "\"";
+  return p + 1 + title.size();
+}
+
+// Reads what the three forms share, up to the first character that is no
+// sub-option; returns the position there, or null after a message.
+const char *initFindArg(romweld_arg *a, find_arg *f, uint32_t id, romweld_op op) {
+  int result;
+  const char *p = arg_open(a, "-find", id, op, PLUS_IGNORED_FIRST, &result);
+  search_text t;
+  if (!p || !grammar_takeCode(a, "search-code", p, kNibbles, &t.code))
+    return nullptr;
+  for (bool more = true; p && more;) {
+    switch (*p) {
+    case 'M': case 'm':
+      p = readMask(a, &t, p);
+      break;
+    case '@': {
       rangereq r{a, p + 1, RADIX_DEFAULT_16};
       grammar_range(&r);
       if (r.error)
         return nullptr;
       findspec_setRange(&f->spec, r.startValue, r.endValue);
+      t.hasRange = true;
       p = r.end;
-    } else if (c == '/') {
-      if (f->alignGiven) {
-        arg_error(a, "can only specify the search-alignment once");
-        return nullptr;
-      }
-      numreq n{a, "alignment", p + 1, 4, RADIX_DEFAULT_10};
-      grammar_number(&n);
-      if (n.error)
-        return nullptr;
-      f->spec.alignment = n.value; // 0 is refused below, once the range is known
-      f->alignGiven = true;
-      p = n.end;
-    } else if (c == 'W' || c == 'w') {
-      f->warn = true;
-      ++p;
-    } else if (c == 'T' || c == 't') {
-      const char *stop = std::strchr(p + 1, ',');
-      std::string title(p + 1, stop ? stop : p + std::strlen(p));
-      if (title.empty()) {
-        arg_error(a, "title is an empty string");
-        return nullptr;
-      }
-      for (char &ch : title)
-        if (ch == '#')
-          ch = ' ';
-      f->title = "\"" + title + "\"";
-      p += 1 + title.size();
-      break;
-    } else {
       break;
     }
+    case '/':
+      p = readAlignment(a, f, &t, p);
+      break;
+    case 'W': case 'w':
+      f->warn = true;
+      ++p;
+      break;
+    case 'T': case 't':
+      p = readTitle(a, f, p);
+      more = false;
+      break;
+    default:
+      more = false;
+    }
   }
-  if (!f->spec.hasStart) {
+  if (!p)
+    return nullptr;
+  if (!t.hasRange) {
     arg_error(a, "no address range specified");
     return nullptr;
   }
-  if (!findspec_setAlignment(&f->spec, f->spec.alignment)) {
+  if (!findspec_setAlignment(&f->spec, t.alignment)) {
     arg_error(a, "cannot have a search-alignment of 0");
     return nullptr;
   }
-  if (!findspec_setCode(&f->spec, code.result, mask ? &*mask : nullptr)) {
+  if (!findspec_setCode(&f->spec, t.code, t.mask ? &*t.mask : nullptr)) {
     arg_error(a, "no search codes specified");
     return nullptr;
   }
@@ -170,10 +189,7 @@ bool nothingLeft(const romweld_arg *a, const char *p) {
 // the alignment counts units only when it was given.
 bool updateFindSpecAddressing(const romweld_arg *a, const find_arg &f, findspec *bytes) {
   *bytes = f.spec;
-  if (f.spec.hasStart &&
-      !units_toBytes(a, "start address", UNITS_START, f.spec.start, &bytes->start))
-    return false;
-  if (f.spec.hasEnd && !units_toBytes(a, "end address", UNITS_END, f.spec.end, &bytes->end))
+  if (!units_rangeToBytes(a, f.spec.range, &bytes->range))
     return false;
   return !f.alignGiven ||
          units_toBytes(a, "alignment", UNITS_INTERVAL, f.spec.alignment, &bytes->alignment);
@@ -203,7 +219,6 @@ bool replaceRun(romweld_arg *a, const find_arg &f, hexdata *h, uint64_t at,
   }
   log_print("h)\n");
   (void)hex_setNote(h, at, at + n - 1, a);
-  romweld_widenSpan(at, at + n - 1);
   romweld_widenExtents(at, at + n - 1);
   return drain_errors(kChangeRows, drain_ctx{a});
 }
@@ -211,7 +226,6 @@ bool replaceRun(romweld_arg *a, const find_arg &f, hexdata *h, uint64_t at,
 bool deleteRun(romweld_arg *a, hexdata *h, uint64_t at, size_t n) {
   (void)hex_deleteBytes(h, at, n);
   (void)hex_setNote(h, at, at + n - 1, a);
-  romweld_widenSpan(at, at + n - 1);
   log_print(" and deleted\n");
   return drain_errors(kChangeRows, drain_ctx{a});
 }
@@ -269,13 +283,9 @@ bool execute(romweld_arg *a, find_action action) {
 int parseFIND(romweld_arg *a) {
   if (!arg_matchWord(a, "-find", nullptr) || hasNoCase(a, ",replace") || hasNoCase(a, ",delete"))
     return MATCH_NONE;
-  a->id = ARGT_FIND;
   find_arg &f = arg_newSpec<find_arg>(a);
-  const char *p = initFindArg(a, &f);
-  if (!p || !nothingLeft(a, p))
-    return MATCH_ERROR;
-  a->op = doFIND;
-  return MATCH_OK;
+  const char *p = initFindArg(a, &f, ARGT_FIND, doFIND);
+  return p && nothingLeft(a, p) ? MATCH_OK : MATCH_ERROR;
 }
 
 int parseREPLACE(romweld_arg *a) {
@@ -289,10 +299,10 @@ int parseREPLACE(romweld_arg *a) {
     return MATCH_ERROR;
   }
   find_arg &f = arg_newSpec<find_arg>(a);
-  const char *p = initFindArg(a, &f);
+  const char *p = initFindArg(a, &f, ARGT_REPLACE, doREPLACE);
   if (!p)
     return MATCH_ERROR;
-  f.spec.overlap = false;
+  findspec_setOverlap(&f.spec, false);
   p = expectForm(a, p, ",replace", "replace");
   if (!p)
     return MATCH_ERROR;
@@ -323,10 +333,7 @@ int parseREPLACE(romweld_arg *a) {
     f.replacementMask = std::move(mask.result);
     p = mask.end;
   }
-  if (!nothingLeft(a, p))
-    return MATCH_ERROR;
-  a->op = doREPLACE;
-  return MATCH_OK;
+  return nothingLeft(a, p) ? MATCH_OK : MATCH_ERROR;
 }
 
 int parseDELETE(romweld_arg *a) {
@@ -338,11 +345,9 @@ int parseDELETE(romweld_arg *a) {
     return MATCH_ERROR;
   }
   find_arg &f = arg_newSpec<find_arg>(a);
-  const char *p = initFindArg(a, &f);
-  if (!p || !(p = expectForm(a, p, ",delete", "delete")) || !nothingLeft(a, p))
-    return MATCH_ERROR;
-  a->op = doDELETE;
-  return MATCH_OK;
+  const char *p = initFindArg(a, &f, ARGT_DELETE, doDELETE);
+  return p && (p = expectForm(a, p, ",delete", "delete")) && nothingLeft(a, p) ? MATCH_OK
+                                                                                 : MATCH_ERROR;
 }
 
 bool doFIND(romweld_arg *a) { return execute(a, FIND_ONLY); }

@@ -47,7 +47,7 @@ std::string parse(const char *text, int (*parser)(romweld_arg *) = nullptr) {
   if (r == MATCH_OK) {
     const find_arg &f = arg_spec<find_arg>(&a);
     s = alert_format("%u %s&%s@%lX-%lX/%lu%s%s %s%s", a.id, hex(f.spec.code).c_str(),
-                     hex(f.spec.mask).c_str(), f.spec.start, f.spec.end, f.spec.alignment,
+                     hex(f.spec.mask).c_str(), f.spec.range.start, f.spec.range.end, f.spec.alignment,
                      f.alignGiven ? "!" : "", f.warn ? " w" : "", f.title.c_str(),
                      f.spec.overlap ? "" : " no-overlap");
     if (a.id == ARGT_REPLACE)

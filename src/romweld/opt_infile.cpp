@@ -156,9 +156,7 @@ void reconcile(romweld_arg *a, startaddr *s, bool allowed, const char *kind, uin
 // into bytes, exactly once, with the unit -ADDRESSING set for the run.
 bool readSpecInBytes(const romweld_arg *a, const ihex_readspec &units, ihex_readspec *bytes) {
   *bytes = units;
-  if (units.hasStart && !units_toBytes(a, "start address", UNITS_START, units.start, &bytes->start))
-    return false;
-  if (units.hasEnd && !units_toBytes(a, "end address", UNITS_END, units.end, &bytes->end))
+  if (!units_rangeToBytes(a, units.range, &bytes->range))
     return false;
   int64_t offset = 0;
   if (!units_offsetToBytes(a, "offset", units.offset, &offset))
@@ -182,8 +180,7 @@ int parseINFILE(romweld_arg *a) {
     return MATCH_NONE;
   a->id = ARGT_INFILE;
   infile_spec &spec = arg_newSpec<infile_spec>(a);
-  spec.forced = forced;
-  ihex_readspec_setCanBeClobbered(&spec.read, !forced);
+  store_setClobber(&spec.read.policy, forced);
   if (const char *comma = std::strchr(t, ',')) {
     if (!parseSubSpecs(a, &spec.read, t, comma))
       return MATCH_ERROR;
@@ -191,7 +188,7 @@ int parseINFILE(romweld_arg *a) {
   } else {
     spec.path = t;
   }
-  ihex_readspec_setNote(&spec.read, a);
+  store_setOwner(&spec.read.policy, a);
   a->op = doINFILE;
   return MATCH_OK;
 }
@@ -252,7 +249,7 @@ bool doINFILE(romweld_arg *a) {
   if (!romweld.hex) {
     romweld.hex = x;
   } else {
-    const bool merged = ihex_merge(romweld.hex, x, in_spec.forced);
+    const bool merged = ihex_merge(romweld.hex, x, in_spec.read.policy.clobber);
     ok = drain_errors(kMergeRows, ctx) && merged;
     ihex_destroy(x);
   }

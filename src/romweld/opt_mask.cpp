@@ -20,18 +20,12 @@ constexpr drain_row kMaskRows[] = {
 } // namespace
 
 int parseMASK(romweld_arg *a) {
-  bool plus = false;
-  const char *p = arg_matchWord(a, "-mask", &plus);
+  int result;
+  // Masking is never forced: a '+' is ignored.
+  const char *p = arg_open(a, "-mask", ARGT_MASK, doMASK, PLUS_IGNORED, &result);
   if (!p)
-    return MATCH_NONE;
-  a->id = ARGT_MASK;
-  if (*p != '=') {
-    arg_error(a, "malformed option");
-    return MATCH_ERROR;
-  }
-  if (plus) // masking is never forced
-    arg_warning(a, "'+' prefix is not supported by -mask");
-  codereq code{a, "mask bytes", p + 1, NIBBLE_LAST_TRUNCATE, {}};
+    return result;
+  codereq code{a, "mask bytes", p, NIBBLE_LAST_TRUNCATE, {}};
   grammar_codeString(&code);
   if (code.error)
     return MATCH_ERROR;
@@ -53,21 +47,18 @@ int parseMASK(romweld_arg *a) {
     arg_error(a, "end address must be >= start address");
     return MATCH_ERROR;
   }
-  a->op = doMASK;
   maskspec *m = &arg_newSpec<mask_arg>(a).spec;
   for (uint8_t b : code.result)
     maskspec_addMask(m, b);
-  hex_clearErrors();
-  (void)maskspec_setStart(m, range.startValue);
-  (void)maskspec_setEnd(m, range.endValue);
+  const bool ok = range_set(&m->range, range.startValue, range.endValue);
+  ROMWELD_ASSERT(ok);
   return MATCH_OK;
 }
 
 bool doMASK(romweld_arg *a) {
   maskspec m = arg_spec<mask_arg>(a).spec;
   hex_clearErrors();
-  if (!units_toBytes(a, "start address", UNITS_START, m.start, &m.start) ||
-      !units_toBytes(a, "end address", UNITS_END, m.end, &m.end))
+  if (!units_rangeToBytes(a, m.range, &m.range))
     return false;
   const int masked = hex_mask(ihex_getImage(romweld.hex), &m);
   const bool clean = drain_errors(kMaskRows, drain_ctx{a});

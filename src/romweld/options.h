@@ -4,6 +4,11 @@
 // is called by process() at its kind's place and returns false to stop the run.
 #pragma once
 
+#include <cstdint>
+#include <vector>
+
+#include "image/record.h"
+
 struct romweld_arg;
 
 // Input files (opt_infile.cpp)
@@ -39,9 +44,11 @@ bool doMASK(romweld_arg *a);
 int parseCHECKSUM(romweld_arg *a);
 bool doCHECKSUM(romweld_arg *a);
 
-// -SERIAL, -STRING and -STRPACK (opt_serial.cpp)
+// -SERIAL (opt_serial.cpp)
 int parseSERIAL(romweld_arg *a);
 bool doSERIAL(romweld_arg *a);
+
+// -STRING and -STRPACK (opt_string.cpp)
 int parseSTRING(romweld_arg *a); // both string kinds
 bool doSTRING(romweld_arg *a);
 
@@ -56,3 +63,18 @@ bool doDELETE(romweld_arg *a);
 // -HELP (opt_help.cpp)
 int parseHELP(romweld_arg *a);
 bool doHELP(romweld_arg *a);
+
+// ---- what the log asks of the families ---------------------------------
+
+// Where the trailing-code cells of a record's stored bytes lie in the
+// image: from `base` on, by `layout`; a group of 0 when there are none.
+struct trail_cells {
+  uint64_t base = 0;
+  trail_layout layout;
+};
+trail_cells trailCellsCHECKSUM(const romweld_arg *a);
+trail_cells trailCellsSTRING(const romweld_arg *a);
+
+// A computed checksum's result as its report prints it: a number most
+// significant byte first, a digest in its standard order.
+std::vector<uint8_t> valueCHECKSUM(const romweld_arg *a);

@@ -10,11 +10,11 @@ romweld_settings romweld;
 // Writer codes and reach of each Intel HEX variant; "UNKNOWN" ends the
 // table and is never a valid choice.
 const outformat outformat_table[5] = {
-    {1, "INHX8M", 0, false, false, 2, "data at address > 0xFFFF"},
-    {2, "INHX16", 1, false, true, 3, "data at address > 0xFFFFF"},
-    {3, "INHX32", 2, true, false, 4, "data at address > 0xFFFFFFFF"},
-    {4, "INHX032", 3, true, false, 4, nullptr},
-    {0, "UNKNOWN", 3, true, false, 0, nullptr},
+    {1, "INHX8M", 0, false, false, 2},
+    {2, "INHX16", 1, false, true, 3},
+    {3, "INHX32", 2, true, false, 4},
+    {4, "INHX032", 3, true, false, 4},
+    {0, "UNKNOWN", 3, true, false, 0},
 };
 
 const outformat *outformat_default() { return &outformat_table[2]; }
@@ -36,10 +36,6 @@ void widen(uint64_t *plo, uint64_t *phi, bool *empty, uint64_t lo, uint64_t hi) 
   *empty = false;
 }
 } // namespace
-
-void romweld_widenSpan(uint64_t lo, uint64_t hi) {
-  widen(&romweld.span.lo, &romweld.span.hi, &romweld.span.empty, lo, hi);
-}
 
 void romweld_widenExtents(uint64_t lo, uint64_t hi) {
   widen(&romweld.log.lo, &romweld.log.hi, &romweld.log.noExtent, lo, hi);

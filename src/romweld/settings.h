@@ -1,7 +1,7 @@
 // Run-wide settings `romweld.*`: output file, format and record length,
-// addressing unit, start addresses, log file, -SIZE request, the span of
-// placed data, and the run's hex object. Written by parsers and operations,
-// read by the pipeline, the writer and the log. romweld_reset() returns
+// addressing unit, start addresses, log file, -SIZE request and the run's
+// hex object. Written by parsers and operations, read by the pipeline, the
+// writer and the log. romweld_reset() returns
 // every setting to its initial value.
 #pragma once
 
@@ -22,7 +22,6 @@ struct outformat {
   bool allowSLA;
   bool allowSSA;
   unsigned addrBytes;
-  const char *rangeReason; // for message 1602; null when none
 };
 extern const outformat outformat_table[5]; // INHX8M, INHX16, INHX32, INHX032, UNKNOWN
 const outformat *outformat_default();      // INHX32
@@ -59,17 +58,9 @@ struct romweld_settings {
     bool noExtent = true;
   } log;
   bool sizeRequested = false;
-  // The placed-data span: lowest and highest address that any data-placing
-  // option (fill, serial, string, checksum, replace, delete) wrote.
-  struct {
-    uint64_t lo = ~uint64_t(0);
-    uint64_t hi = 0;
-    bool empty = true;
-  } span;
   ihex *hex = nullptr; // the run's hex object, owned
 };
 
 extern romweld_settings romweld;
 void romweld_reset();
-void romweld_widenSpan(uint64_t lo, uint64_t hi);
 void romweld_widenExtents(uint64_t lo, uint64_t hi); // the log's extents

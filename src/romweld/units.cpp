@@ -49,3 +49,10 @@ bool units_offsetToBytes(const romweld_arg *a, const char *what, int64_t value, 
             romweld.addressing);
   return false;
 }
+
+bool units_rangeToBytes(const romweld_arg *a, const addr_range &units, addr_range *bytes) {
+  const addr_range in = units; // bytes may be units itself
+  *bytes = in;
+  return (!in.hasStart || units_toBytes(a, "start address", UNITS_START, in.start, &bytes->start)) &&
+         (!in.hasEnd || units_toBytes(a, "end address", UNITS_END, in.end, &bytes->end));
+}

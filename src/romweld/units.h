@@ -7,6 +7,8 @@
 
 #include <cstdint>
 
+#include "image/record.h"
+
 struct romweld_arg;
 
 enum units_kind {
@@ -25,3 +27,7 @@ enum units_kind {
                                  uint64_t value, uint64_t *bytes);
 [[nodiscard]] bool units_offsetToBytes(const romweld_arg *a, const char *what, int64_t value,
                                        int64_t *bytes);
+// Both ends of a range that are present: the start as UNITS_START, the end
+// as UNITS_END, named "start address" and "end address" when refused.
+[[nodiscard]] bool units_rangeToBytes(const romweld_arg *a, const addr_range &units,
+                                      addr_range *bytes);
