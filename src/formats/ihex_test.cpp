@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <numeric>
 #include <string>
 #include <vector>
 
@@ -116,95 +115,7 @@ TEST_F(ihexFixture, RangeOffsetNoteAndPreserve) {
   EXPECT_EQ(present(x->image), "1=02R/A 2=03R/A");
 }
 
-// ---- merge and start addresses ------------------------------------------------
-
-TEST_F(ihexFixture, MergeConflictsAndForce) {
-  Hex y = newHex();
-  hex_storeBytes(x->image, 0, std::vector<uint8_t>{1, 2}.data(), 2);
-  hex_storeBytes(y->image, 1, std::vector<uint8_t>{9, 3}.data(), 2);
-  ihex_setSLA(x.get(), 0x100);
-  ihex_setSLA(y.get(), 0x200);
-  EXPECT_FALSE(ihex_merge(x.get(), y.get(), false));
-  EXPECT_EQ(errors(), "EEIPCONFLICT ECLASH@1");
-  EXPECT_EQ(present(x->image), "0=01 1=02 2=03");
-  EXPECT_EQ(ihex_getSLA(x.get()), 0x100u);
-  EXPECT_EQ(hex_getByteCount(y->image), 0u); // the source is consumed
-
-  hex_clearErrors();
-  y = newHex();
-  hex_storeByte(y->image, 1, 9);
-  ihex_setSSA(y.get(), 0x1234, 0x5678);
-  ihex_setSLA(y.get(), 0x200);
-  EXPECT_TRUE(ihex_merge(x.get(), y.get(), true)) << errors();
-  EXPECT_EQ(present(x->image), "0=01 1=09F 2=03");
-  EXPECT_EQ(ihex_getSLA(x.get()), 0x200u);
-  EXPECT_EQ(ihex_getSSA(x.get()), 0x12345678u);
-}
-
-TEST_F(ihexFixture, SettersRefuseOutOfRangeValues) {
-  EXPECT_FALSE(ihex_setSSA(x.get(), 0x12345, 0x1));
-  EXPECT_EQ(hex_errno(), EARG);
-  EXPECT_EQ(ihex_getSSA(x.get()), 0x23450001u);
-  EXPECT_FALSE(ihex_setMaxLength(x.get(), 0));
-  EXPECT_FALSE(ihex_addBreak(x.get(), ~0ull));
-  EXPECT_TRUE(ihex_addBreak(x.get(), ~0ull - 1));
-}
-
 // ---- writer -------------------------------------------------------------------
-
-struct writeCase {
-  const char *what;
-  unsigned code;
-  uint64_t addr;
-  unsigned count; // bytes 0x01, 0x02, ... from addr
-  uint32_t maxLen;
-  std::vector<uint64_t> breaks;
-  bool starts;      // CS:IP 1234:5678 and EIP 00012345
-  const char *text; // none: nothing is written and the write fails
-  const char *errs;
-};
-
-const writeCase writeCases[] = {
-    {"INHX032 starts with an extended record, keeps EIP only", 3, 0, 2, 16, {}, true,
-     ":020000040000FA\n:020000000102FB\n:04000005000123458E\n" EOFREC, "EHEX(3)"},
-    {"split at a break", 2, 0, 16, 16, {8}, false,
-     ":080000000102030405060708D4\n:08000800090A0B0C0D0E0F108C\n" EOFREC, ""},
-    {"break at the first byte changes nothing", 2, 0, 4, 16, {0}, false,
-     ":0400000001020304F2\n" EOFREC, ""},
-    {"64 KiB boundary in INHX32", 2, 0xFFFE, 4, 16, {}, false,
-     ":02FFFE000102FE\n:020000040001F9\n:020000000304F7\n" EOFREC, ""},
-    {"maximum length 3", 2, 0x10, 4, 3, {}, false, ":03001000010203E7\n:0100130004E8\n" EOFREC, ""},
-    // Start addresses a format cannot carry are dropped with a record.
-    {"INHX16: extended segment, CS:IP only", 1, 0x12345, 1, 16, {}, true,
-     ":020000021000EC\n:012345000196\n:0400000312345678E5\n" EOFREC, "EHEX(4)"},
-    {"INHX32 keeps EIP only", 2, 0, 0, 16, {}, true, ":04000005000123458E\n" EOFREC, "EHEX(3)"},
-    {"INHX8M: no extended record, neither start address", 0, 0, 2, 16, {}, true, ":020000000102FB\n" EOFREC,
-     "EHEX(4) EHEX(3)"},
-    // An image the format cannot address is refused before anything is written.
-    {"INHX16 past 1 MiB", 1, 0x100000, 1, 16, {}, false, "", "EHEX(1)"},
-    {"no such format", 4, 0, 1, 16, {}, false, "", "EARG"},
-};
-
-TEST_F(ihexFixture, WritesRecords) {
-  for (const writeCase &c : writeCases) {
-    Hex y = newHex();
-    std::vector<uint8_t> bytes(c.count);
-    std::iota(bytes.begin(), bytes.end(), 1);
-    hex_storeBytes(y->image, c.addr, bytes.data(), bytes.size());
-    ihex_setMaxLength(y.get(), c.maxLen);
-    for (uint64_t b : c.breaks)
-      ihex_addBreak(y.get(), b);
-    if (c.starts) {
-      ihex_setSSA(y.get(), 0x1234, 0x5678);
-      ihex_setSLA(y.get(), 0x00012345);
-    }
-    hex_clearErrors();
-    int r = 0;
-    EXPECT_EQ(writeText(y.get(), c.code, &r), c.text) << c.what;
-    EXPECT_EQ(r, *c.text ? 1 : 0) << c.what;
-    EXPECT_EQ(errors(), c.errs) << c.what;
-  }
-}
 
 // A stream that fails has no end-of-file record either: the read error is
 // what is recorded, not a missing EOF record. A write that fails is

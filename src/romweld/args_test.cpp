@@ -1,10 +1,10 @@
-// The argument framework's three orders and process(). Matching, '+'
-// warnings and help ending the run are seen in test/cli (arguments, help).
+// process(): the records run grouped by kind in the fixed processing order.
+// Matching in the parser order: parse_test.cpp; help ending the run and
+// the help table: test/cli (help) and the manual page's check.
 #include "romweld/args.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <string>
 #include <utility>
 #include <vector>
@@ -12,35 +12,6 @@
 #include "romweld/settings.h"
 
 namespace {
-
-// The row of each kind is the one whose usage a malformed argument shows;
-// the listing of these rows is checked in help.test.
-TEST(ArgTable, EveryKindHasOneRowInHelpOrder) {
-  const uint32_t expected[] = {
-      ARGT_INFILE, ARGT_ADDRESSING, ARGT_BREAK,  ARGT_CHECKSUM, ARGT_DELETE,
-      ARGT_FILL,   ARGT_FIND,       ARGT_FORMAT, ARGT_HELP,     ARGT_LOGFILE,
-      ARGT_MASK,   ARGT_OUTFILE,    ARGT_SERIAL, ARGT_SIZE,     ARGT_STRING,
-      ARGT_STRPACK, ARGT_REPLACE,   ARGT_SLA,    ARGT_SSA};
-  ASSERT_EQ(std::size(argt_table), std::size(expected));
-  for (size_t i = 0; i < std::size(expected); ++i)
-    EXPECT_EQ(argt_rowOf(expected[i]), &argt_table[i]) << "row " << i;
-}
-
-TEST(ArgTable, ParserOrderKeepsTheFixedRelativeOrder) {
-  // Every parser's place, whether or not its option exists yet.
-  const std::vector<uint32_t> full = {
-      ARGT_INFILE,  ARGT_SLA,    ARGT_SSA,     ARGT_ADDRESSING, ARGT_BREAK, ARGT_CHECKSUM,
-      ARGT_FILL,    ARGT_DELETE, ARGT_REPLACE, ARGT_FORMAT,     ARGT_MASK,  ARGT_OUTFILE,
-      ARGT_SERIAL,  ARGT_SIZE,   ARGT_STRING,  ARGT_FIND,       ARGT_LOGFILE, ARGT_HELP};
-  size_t at = 0;
-  for (size_t i = 0; i < argt_parserCount; ++i) {
-    const uint32_t k = argt_parserOrder[i].kinds[0];
-    ASSERT_NE(argt_parserOrder[i].parse, nullptr);
-    auto it = std::find(full.begin() + static_cast<long>(at), full.end(), k);
-    ASSERT_NE(it, full.end()) << "kind " << k << " out of place or twice";
-    at = static_cast<size_t>(it - full.begin()) + 1;
-  }
-}
 
 std::vector<std::string> g_ran;
 // Records that it ran; a text ending in '!' stops the run.
@@ -89,13 +60,6 @@ TEST(Pipeline, KindsRunInTheirFixedOrderUntilOneFails) {
   want.resize(10);
   want.push_back("serial!");
   EXPECT_EQ(g_ran, want);
-  args_reset();
-}
-
-TEST(Args, AddfFormatsTheArgumentText) {
-  args_reset();
-  EXPECT_TRUE(args_addf("part%d.hex", 2));
-  EXPECT_EQ(args_text(0), "part2.hex");
   args_reset();
 }
 
