@@ -31,5 +31,9 @@ bool ihex_readToMerge(ihex *x, FILE *in, const ihex_readspec *spec, const hexdat
 // Writer codes: 0 INHX8M, 1 INHX16, 2 INHX32, 3 INHX032.
 enum { IHEX_REASON_8M_RANGE = 0, IHEX_REASON_16_RANGE = 1, IHEX_REASON_32_RANGE = 2,
        IHEX_REASON_NO_SSA = 3, IHEX_REASON_NO_SLA = 4 };
-bool checkForWrite(const ihex *x, unsigned code); // records EHEX / EARG
+// Writes the image in variant `code`; 1 on success. Refused before anything
+// is written (EHEX with the IHEX_REASON_*_RANGE of the variant) when data
+// lies beyond the variant's reach; a start address the variant cannot hold
+// is left out with EHEX and IHEX_REASON_NO_SSA / _NO_SLA. EARG for an
+// unknown variant, EIO when the stream fails, EMEMORY.
 int ihex_write(const ihex *x, FILE *out, unsigned code);

@@ -79,8 +79,7 @@ struct writer {
   }
 };
 
-} // namespace
-
+// Whether the variant can hold the image; records EHEX / EARG.
 bool checkForWrite(const ihex *x, unsigned code) {
   if (missing(x))
     return false;
@@ -100,6 +99,9 @@ bool checkForWrite(const ihex *x, unsigned code) {
     hex_setNumError(EHEX, IHEX_REASON_NO_SSA);
   return ok;
 }
+
+} // namespace
+
 
 int ihex_write(const ihex *x, FILE *out, unsigned code) {
   if (!x || !out) {

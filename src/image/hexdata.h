@@ -54,7 +54,6 @@ uint64_t hex_getHiAddr(const hexdata *h); // ENODATA and 0 when empty
 int hex_hasByte(const hexdata *h, uint64_t addr);
 int hex_hasAnyByte(const hexdata *h, uint64_t start, uint64_t count);
 uint8_t hex_getByte(const hexdata *h, uint64_t addr); // ENODATA when absent
-int hex_isPreserved(const hexdata *h, uint64_t addr);
 int hex_anyPreserved(const hexdata *h, uint64_t start, uint64_t count);
 const void *hex_getNote(const hexdata *h, uint64_t addr);
 uint64_t hex_findNoteRange(const hexdata *h, uint64_t start, uint64_t end);
@@ -76,7 +75,6 @@ int hex_storeByte(hexdata *h, uint64_t addr, uint8_t value);
 int hex_forceByte(hexdata *h, uint64_t addr, uint8_t value);
 int hex_putByte(hexdata *h, uint64_t addr, uint8_t value, int force);
 uint64_t hex_storeBytes(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t count);
-uint64_t hex_forceBytes(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t count);
 uint64_t hex_putBytes(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t count, int force);
 int hex_preserveData(hexdata *h, uint64_t start, uint64_t end, int on);
 int hex_setNote(hexdata *h, uint64_t start, uint64_t end, const void *note);

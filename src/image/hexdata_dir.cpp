@@ -254,13 +254,6 @@ uint8_t hex_getByte(const hexdata *h, uint64_t addr) {
   return b->r.data[addr & kRowMask];
 }
 
-int hex_isPreserved(const hexdata *h, uint64_t addr) {
-  if (noImage(h))
-    return 0;
-  const hex_block *b = findBlock(h, hex_rowOf(addr));
-  return b && plane_bit(b->r.preserved, unsigned(addr & kRowMask));
-}
-
 int hex_anyPreserved(const hexdata *h, uint64_t start, uint64_t count) {
   if (noImage(h))
     return 0;

@@ -119,9 +119,6 @@ int hex_putByte(hexdata *h, uint64_t addr, uint8_t value, int force) {
 uint64_t hex_storeBytes(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t count) {
   return putRun(h, start, bytes, count, false);
 }
-uint64_t hex_forceBytes(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t count) {
-  return putRun(h, start, bytes, count, true);
-}
 uint64_t hex_putBytes(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t count, int force) {
   return putRun(h, start, bytes, count, force != 0);
 }

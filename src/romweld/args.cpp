@@ -272,34 +272,11 @@ bool args_addList(const std::vector<std::string> &list) {
   return true;
 }
 
-bool args_vaddf(const char *fmt, va_list ap) {
-  va_list copy;
-  va_copy(copy, ap);
-  int n = std::vsnprintf(nullptr, 0, fmt, copy);
-  va_end(copy);
-  std::string text(n > 0 ? static_cast<size_t>(n) : 0, '\0');
-  if (n > 0)
-    std::vsnprintf(text.data(), text.size() + 1, fmt, ap);
-  return args_add(text);
-}
-
-bool args_addf(const char *fmt, ...) {
-  va_list ap;
-  va_start(ap, fmt);
-  const bool ok = args_vaddf(fmt, ap);
-  va_end(ap);
-  return ok;
-}
-
 romweld_arg *args_append(std::unique_ptr<romweld_arg> a) {
   ROMWELD_ASSERT(a != nullptr && a->id != 0);
   g_args.push_back(std::move(a));
   return g_args.back().get();
 }
-
-size_t args_count() { return g_args.size(); }
-
-std::string args_text(size_t n) { return n < g_args.size() ? g_args[n]->str : std::string(); }
 
 const std::vector<std::unique_ptr<romweld_arg>> &args_all() { return g_args; }
 

@@ -76,10 +76,6 @@ const argt_row *argt_rowOf(uint32_t id);
 // Adding arguments (parsing happens here, before any processing).
 bool args_add(const std::string &text);
 bool args_addList(const std::vector<std::string> &list); // stops at first failure
-bool args_addf(const char *fmt, ...) __attribute__((format(printf, 1, 2)));
-bool args_vaddf(const char *fmt, va_list ap);
-size_t args_count();
-std::string args_text(size_t n); // empty past the end
 const std::vector<std::unique_ptr<romweld_arg>> &args_all();
 void args_reset(); // drops all records and resets the run (settings.h)
 
