@@ -1,7 +1,7 @@
 #!/bin/sh
 # The manual page keeps up with the tool: every option that "romweld -help"
 # lists (global options and the argument table) has a tagged entry of its
-# own, and groff formats the page without a warning.
+# own, and groff formats the page, tables included, without a warning.
 # Usage: man_page.sh <romweld executable> <romweld.1>
 # Exits 77 (skipped) after the entry check only when groff is not installed.
 set -u
@@ -50,7 +50,7 @@ if ! command -v groff >/dev/null 2>&1; then
   [ $status -eq 0 ] && exit 77
   exit $status
 fi
-warnings=$(groff -man -ww -z "$page" 2>&1)
+warnings=$(groff -t -man -ww -z "$page" 2>&1)
 if [ -n "$warnings" ]; then
   echo "groff warns about $page:"
   echo "$warnings"
