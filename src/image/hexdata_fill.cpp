@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "image/hex_errno.h"
+#include "image/testsupport.h"
 
 namespace {
 
@@ -176,12 +177,15 @@ private:
   uint8_t buf_[256];
 };
 
+// HEX_FILL_MAX_NEW_ROWS, unless a test lowered it.
+uint64_t rowBudget = HEX_FILL_MAX_NEW_ROWS;
+
 // Whether the rows a fill of lo..hi would add to the image stay within the
 // budget. Only rows the image lacks cost memory, so the rows that already
 // hold data are counted, but only when the range alone exceeds the budget.
 bool withinBudget(const hexdata *h, uint64_t lo, uint64_t hi) {
   const uint64_t rows = hex_rowOf(hi) - hex_rowOf(lo) + 1;
-  if (rows <= HEX_FILL_MAX_NEW_ROWS)
+  if (rows <= rowBudget)
     return true;
   uint64_t held = 0;
   for (uint64_t at = lo, p; hex_nextPresent(h, at, &p) && p <= hi;) {
@@ -190,10 +194,12 @@ bool withinBudget(const hexdata *h, uint64_t lo, uint64_t hi) {
       break;
     at = (hex_rowOf(p) + 1) << 8;
   }
-  return rows - held <= HEX_FILL_MAX_NEW_ROWS;
+  return rows - held <= rowBudget;
 }
 
 } // namespace
+
+void hex_setFillRowBudget(uint64_t rows) { rowBudget = rows; }
 
 int hex_fill(hexdata *h, const fillspec *f) {
   if (!h || !f) {

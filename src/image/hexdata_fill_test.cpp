@@ -9,6 +9,7 @@
 #include <random>
 #include <tuple>
 
+#include "image/testsupport.h"
 #include "image/testutil.h"
 
 namespace {
@@ -108,20 +109,26 @@ TEST(Fill, MatchesTheModel) {
   }
 }
 
-// A range whose new rows exceed the budget is refused before anything is
-// written; modes that only touch rows with data are never refused.
+// A range whose new rows exceed the budget (lowered here to one row) is
+// refused before anything is written; rows already holding data cost
+// nothing, and modes that only touch rows with data are never refused.
 TEST(Fill, BudgetRefusesBeforeWriting) {
-  const std::tuple<uint64_t, uint32_t, const char *, const char *> cases[] = {
-      {UINT64_MAX, FILL_UNUSED, "EMEMORY", "10=55"},
-      {0x100 + (HEX_FILL_MAX_NEW_ROWS + 1) * 256 - 1, FILL_ALL, "EMEMORY", "10=55"},
-      {UINT64_MAX, FILL_USED, "", "10=ABF"},
-      {UINT64_MAX, FILL_DATA_ROWS, "", "10=55"}, // its end wraps to 0xD
+  struct LowBudget {
+    LowBudget() { hex_setFillRowBudget(1); }
+    ~LowBudget() { hex_setFillRowBudget(HEX_FILL_MAX_NEW_ROWS); }
+  } low;
+  const std::tuple<uint64_t, uint64_t, uint32_t, const char *, const char *> cases[] = {
+      {0, UINT64_MAX, FILL_UNUSED, "EMEMORY", "FF=55"},
+      {0x100, 0x2FF, FILL_ALL, "EMEMORY", "FF=55"},
+      {0xFF, 0x100, FILL_UNUSED, "", "FF=55 100=AB"}, // one new row
+      {0, UINT64_MAX, FILL_USED, "", "FF=00F"}, // 0xAB as 2 bytes: the high one
+      {0, UINT64_MAX, FILL_DATA_ROWS, "", "FF=55"}, // its end wraps to 0xD
   };
-  for (auto [end, mode, error, result] : cases) {
+  for (auto [start, end, mode, error, result] : cases) {
     Image h = newImage();
     fillspec f;
-    ASSERT_TRUE(hex_storeByte(h.get(), 0x10, 0x55) && fillspec_addValue(&f, 0xAB) &&
-                range_setStart(&f.range, 0x100 * (mode == FILL_ALL)) && range_setEnd(&f.range, end) &&
+    ASSERT_TRUE(hex_storeByte(h.get(), 0xFF, 0x55) && fillspec_addValue(&f, 0xAB) &&
+                range_setStart(&f.range, start) && range_setEnd(&f.range, end) &&
                 fillspec_setMode(&f, mode));
     hex_clearErrors();
     EXPECT_EQ(hex_fill(h.get(), &f), !*error);
