@@ -10,7 +10,6 @@
 
 #include "cmdline.h"
 #include "common/alert.h"
-#include "common/msgfile.h"
 #include "common/version.h"
 #include "romweld/args.h"
 #include "romweld/usage.h"
@@ -114,7 +113,7 @@ int main(int argc, char **argv) {
     if (startsWith(arg, "--edf")) {
       if (!hasValue(arg, 5))
         malformed(arg);
-      else if (!open_edf(s + 6))
+      else if (!alert_openEdf(s + 6))
         alert<1600>(s, "could not open error description file");
     } else if (startsWith(arg, "--zkdebug=")) {
       // Debug tracing is not built; the option is accepted and ignored.

@@ -23,7 +23,6 @@ constexpr size_t kFormatSize = 4096;
 
 struct alert_state {
   bool initStarted = false;
-  bool initDone = false;
   std::string errTemplate = "%f: %l: (%n) %s (error)";
   std::string warnTemplate = "%f: %l: (%n) %s (warning)";
   std::string msgTemplate = "%f: %l: %s";
@@ -281,6 +280,16 @@ int vtyped(unsigned num, const char *type, const char *fmt, va_list ap) {
   return report(m, true, ap);
 }
 
+// The lines a load could not take, as message 3 naming the file that was
+// current before it.
+void reportMalformed(const msg_load &r) {
+  const char *file = r.previous ? r.previous->c_str() : "(null)";
+  for (const msg_badLine &b : r.malformed) {
+    errno = b.err; // as it stood when the line was read
+    alert_typed(3, "M", "Malformed error information on line %u, in file %s\n", b.line, file);
+  }
+}
+
 } // namespace
 
 void alert_init() {
@@ -295,14 +304,26 @@ void alert_init() {
     g.warnTemplate = e;
   if (const char *e = std::getenv("ZKC_MSG_FORMAT"))
     g.msgTemplate = e;
-  msgfile_loadLanguage(MSG_LANG_DEFAULT);
+  // A file that cannot be opened leaves the built-in texts in force.
+  reportMalformed(msgfile_loadChosen(msgfile_search(MSG_LANG_DEFAULT)));
   // Without a writable temporary directory there is no file to load; the
   // built-in texts still apply.
   msgfile_useBuiltinIfNone();
-  g.initDone = true;
 }
 
-bool alert_initialised() { return G().initDone; }
+bool alert_openEdf(const char *path) {
+  alert_init();
+  msg_load r = msgfile_loadEdf(path);
+  reportMalformed(r);
+  return r.ok;
+}
+
+bool alert_openEdfDir(const char *dir) {
+  alert_init();
+  msg_load r = msgfile_loadEdfDir(dir);
+  reportMalformed(r);
+  return r.ok;
+}
 
 int valert(unsigned num, va_list ap) {
   G().savedErrno = errno;
