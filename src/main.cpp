@@ -10,6 +10,7 @@
 
 #include "cmdline.h"
 #include "common/alert.h"
+#include "common/osdep.h"
 #include "common/version.h"
 #include "romweld/args.h"
 #include "romweld/usage.h"
@@ -219,7 +220,10 @@ int main(int argc, char **argv) {
     }
   }
 
-  alert_init();
+  // From here on an interrupt ends the run with status 1 and removes its
+  // temporaries, whether or not it has made any yet.
+  os_catchEndSignals();
+  alert_start();
   scan sc{argc > 0 && argv[0] ? argv[0] : "romweld", {}, 0};
   for (const std::string &arg : args) {
     if (const globalRule *r = findRule(arg))

@@ -7,6 +7,7 @@
 #include <exception>
 #include <map>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <unistd.h>
 #include <vector>
@@ -23,6 +24,9 @@ constexpr size_t kFormatSize = 4096;
 
 struct alert_state {
   bool initStarted = false;
+  // The message files alert_start found, kept while loading waits for the
+  // first use, so that the choice is the one the run started with.
+  std::optional<std::vector<std::string>> found;
   std::string errTemplate = "%f: %l: (%n) %s (error)";
   std::string warnTemplate = "%f: %l: (%n) %s (warning)";
   std::string msgTemplate = "%f: %l: %s";
@@ -304,11 +308,26 @@ void alert_init() {
     g.warnTemplate = e;
   if (const char *e = std::getenv("ZKC_MSG_FORMAT"))
     g.msgTemplate = e;
+  std::vector<std::string> found =
+      g.found ? std::move(*g.found) : msgfile_search(MSG_LANG_DEFAULT);
+  g.found.reset();
   // A file that cannot be opened leaves the built-in texts in force.
-  reportMalformed(msgfile_loadChosen(msgfile_search(MSG_LANG_DEFAULT)));
+  reportMalformed(msgfile_loadChosen(std::move(found)));
   // Without a writable temporary directory there is no file to load; the
   // built-in texts still apply.
   msgfile_useBuiltinIfNone();
+}
+
+void alert_start() {
+  alert_state &g = G();
+  if (g.initStarted || g.found)
+    return;
+  g.found = msgfile_search(MSG_LANG_DEFAULT);
+  // A file without malformed lines loads silently, so loading it can wait
+  // for the first message; one that may have some is loaded now, where its
+  // malformed lines have always been reported.
+  if (!msgfile_choiceIsWellFormed(*g.found))
+    alert_init();
 }
 
 bool alert_openEdf(const char *path) {
@@ -359,21 +378,18 @@ int alert_typed(unsigned num, const char *type, const char *fmt, ...) {
 }
 
 int alert_setWarnLevel(int level) {
-  alert_init();
   int prev = G().warnThreshold;
   G().warnThreshold = level;
   return prev;
 }
 
 unsigned set_maxerrors(unsigned limit) {
-  alert_init();
   unsigned prev = G().maxErrors;
   G().maxErrors = limit;
   return prev;
 }
 
 void alert_setTemplateStyle(unsigned on) {
-  alert_init();
   G().templateStyle = on;
 }
 
@@ -401,7 +417,6 @@ void alert_disable(const char *list) {
 }
 
 void alert_msgControl(unsigned num, unsigned code) {
-  alert_init();
   auto &stack = G().overrides;
   switch (code) {
   case 0: case 1: case 2: case 3: case 4: case 5:
@@ -416,6 +431,7 @@ void alert_msgControl(unsigned num, unsigned code) {
     break;
   case 8:
   case 9:
+    alert_init(); // which numbers exist is the loaded file's
     if (const msg_table *t = msgfile_primary()) {
       for (const msg_entry *e : *t) {
         if (!e)
@@ -455,7 +471,6 @@ void alert_setSink(alert_sink fn) { G().sink = fn; }
 alert_sink alert_getSink() { return G().sink; }
 
 std::string alert_vformat(const char *fmt, va_list ap) {
-  alert_init();
   char buf[kFormatSize];
   va_list aq;
   va_copy(aq, ap);

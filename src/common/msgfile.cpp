@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <string_view>
 
 #include "common/msgconv.h"
 #include "common/osdep.h"
@@ -13,6 +14,11 @@
 
 const char *const msgfile_noDescription =
     "An error, warning or message was generated, but no description is available";
+
+namespace {
+constexpr char kCopyTemplate[] = "/tmp/zkXXXXXXX"; // the built-in copy's directory
+constexpr char kCopyPrefix[] = "/tmp/zk";
+} // namespace
 
 namespace {
 
@@ -183,7 +189,7 @@ std::string msgfile_builtinPath() {
   if (!path.empty() && writeBuiltin(path))
     return path;
   // First use, or the private directory itself has gone: make a new one.
-  auto dir = os_makePrivateTempDir("/tmp/zkXXXXXXX");
+  auto dir = os_makePrivateTempDir(kCopyTemplate);
   if (!dir)
     return {};
   path = os_join(*dir, std::to_string(msgs_en_version) + msgFileSuffix(MSG_LANG_DEFAULT));
@@ -215,6 +221,49 @@ std::vector<std::string> msgfile_search(unsigned lang) {
       findMsgFiles(cwd, lang, list);
   }
   return list;
+}
+
+namespace {
+
+// Whether path is preferred to the built-in copy whatever random name the
+// copy's directory gets; nullopt when that name would decide.
+std::optional<bool> beatsBuiltinCopy(const std::string &path,
+                                     const std::optional<std::string> &dir) {
+  const uint64_t v = getMsgFileVersion(path);
+  if (v != msgs_en_version)
+    return v > msgs_en_version;
+  const std::string_view copy(kCopyPrefix);
+  if (dir && !dir->empty() && (copy.starts_with(*dir) || dir->starts_with(copy)))
+    return std::nullopt; // the copy may lie inside the installation too
+  if (inDir(path, dir))
+    return true;
+  if (path.compare(0, copy.size(), copy) == 0)
+    return std::nullopt;
+  return path > copy; // decided before the random part
+}
+
+bool holdsBuiltinText(const std::string &path) {
+  FILE *fp = std::fopen(path.c_str(), "r");
+  if (!fp)
+    return false;
+  char buf[msgs_en_size + 1];
+  const size_t n = std::fread(buf, 1, sizeof buf, fp);
+  std::fclose(fp);
+  return n == msgs_en_size && std::memcmp(buf, msgs_en_text, n) == 0;
+}
+
+} // namespace
+
+bool msgfile_choiceIsWellFormed(const std::vector<std::string> &found) {
+  if (found.empty())
+    return true;
+  const auto dir = installDir();
+  const std::string &best =
+      *std::min_element(found.begin(), found.end(), [&](const std::string &a, const std::string &b) {
+        return msgfile_before(a, b, dir);
+      });
+  const std::optional<bool> wins = beatsBuiltinCopy(best, dir);
+  return wins && (!*wins || holdsBuiltinText(best));
 }
 
 std::string msgfile_choose(std::vector<std::string> found) {

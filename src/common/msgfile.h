@@ -99,6 +99,11 @@ std::string msgfile_builtinPath();
 // directory, the current directory. Unsorted; the built-in copy is not
 // among them.
 std::vector<std::string> msgfile_search(unsigned lang);
+// True when the file msgfile_choose would take out of those found is known
+// to have no malformed line without parsing it: the built-in copy is
+// preferred whatever path it gets, or the file preferred to it holds the
+// built-in text itself (as the installed site file does).
+bool msgfile_choiceIsWellFormed(const std::vector<std::string> &found);
 // The file to load out of those found and the built-in copy (written out
 // here): empty only when nothing was found and the copy cannot be written.
 std::string msgfile_choose(std::vector<std::string> found);

@@ -205,6 +205,33 @@ TEST_F(MsgFile, CurrentDirectoryCandidates) {
   EXPECT_EQ(lines, std::vector<std::string>{"(168) unknown option \"-x\"\n"});
 }
 
+// Loading may wait for the first message only when the file it would take
+// is known to have no malformed line: the built-in copy, or a file that
+// holds the built-in text (the installed site file).
+TEST_F(MsgFile, ChoiceKnownWellFormed) {
+  const std::string builtin(msgs_en_text, msgs_en_size);
+  const std::string site = "inst/" + std::to_string(msgs_en_version) + "_en.msgs";
+  ASSERT_EQ(mkdir((dir + "/inst").c_str(), 0700), 0);
+  msgfile_setInstallDirForTests(dir + "/inst");
+  struct {
+    std::string name, text;
+    bool known;
+  } cases[] = {
+      {"1_en.msgs", "bad\n", true}, // older: the built-in copy wins
+      {site, builtin, true},
+      {site, builtin + "bad\n", false},
+      {"99999999999999_en.msgs", builtin, true},
+      {"99999999999999_en.msgs", "168 E neu %s\n", false},
+  };
+  for (const auto &c : cases) {
+    std::string path = write(c.name, c.text);
+    EXPECT_EQ(msgfile_choiceIsWellFormed({path}), c.known) << c.name;
+    EXPECT_EQ(msgfile_choiceIsWellFormed({dir + "/0_en.msgs", path}), c.known) << c.name;
+    unlink(path.c_str());
+  }
+  EXPECT_TRUE(msgfile_choiceIsWellFormed({}));
+}
+
 TEST_F(MsgFile, BuiltinCopyIsRewrittenWhenRemoved) {
   std::string p = msgfile_builtinPath();
   ASSERT_FALSE(p.empty());
