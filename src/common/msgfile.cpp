@@ -16,11 +16,9 @@ const char *const msgfile_noDescription =
     "An error, warning or message was generated, but no description is available";
 
 namespace {
+
 constexpr char kCopyTemplate[] = "/tmp/zkXXXXXXX"; // the built-in copy's directory
 constexpr char kCopyPrefix[] = "/tmp/zk";
-} // namespace
-
-namespace {
 
 struct msgfile_state {
   std::shared_ptr<msg_table> primary;
