@@ -5,6 +5,7 @@
 # and prints median times, ratios and peak memory.
 #   bench/run.sh            RUNS=5 by default; ROMWELD=path to use a given binary
 set -euo pipefail
+export LC_NUMERIC=C # EPOCHREALTIME with a decimal point
 root=$(cd "$(dirname "$0")/.." && pwd)
 build=${BENCH_BUILD:-$root/build/bench}
 runs=${RUNS:-5}
@@ -33,6 +34,8 @@ if [ ! -f "$data/$mark" ]; then
   "$build/hexgen_gen" "$data" "$seed"
   touch "$data/$mark"
 fi
+tiny=$data/tiny.hex # one data record: a run that is all start-up
+[ -f "$tiny" ] || printf ':0400000001020304F2\n:00000001FF\n' > "$tiny"
 
 # measure NAME CMD...: runs CMD $runs times; sets med (seconds) and peak (KiB).
 # The command must exit with status $want (0 unless set).
@@ -49,6 +52,34 @@ measure() {
   done
   med=$(printf '%s\n' "${times[@]}" | sort -n | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}')
   peak=$(printf '%s\n' "${peaks[@]}" | sort -n | tail -1)
+}
+
+# batch N CMD...: runs CMD N times back to back; prints the time of one run
+# (seconds), for commands too short for time's 10 ms steps.
+batch() {
+  local n=$1 s e j; shift
+  s=$EPOCHREALTIME
+  for ((j = 0; j < n; j++)); do
+    "$@" >/dev/null 2>"$out/batch.err" || { echo "$* failed:" >&2; cat "$out/batch.err" >&2; exit 1; }
+  done
+  e=$EPOCHREALTIME
+  awk -v s="$s" -v e="$e" -v n="$n" 'BEGIN { printf "%.6f", (e - s) / n }'
+}
+median() { printf '%s\n' "$@" | sort -g | awk '{a[NR]=$1} END {print a[int((NR+1)/2)]}'; }
+
+# side_by_side NAME N: the commands in the arrays rw_cmd and other_cmd, in
+# $runs batches of N runs each, the two taken in turn so that a passing load
+# falls on both; sets rmed and med (seconds per run) and rpeak (KiB, one
+# more run of rw_cmd).
+side_by_side() {
+  local name=$1 n=$2 rt=() ot=() i t
+  for ((i = 0; i < runs; i++)); do
+    t=$(batch "$n" "${rw_cmd[@]}"); rt+=("$t")
+    t=$(batch "$n" "${other_cmd[@]}"); ot+=("$t")
+  done
+  rmed=$(median "${rt[@]}"); med=$(median "${ot[@]}")
+  /usr/bin/time -f "%M" -o "$out/$name.time" "${rw_cmd[@]}" >/dev/null 2>&1
+  rpeak=$(tail -n 1 "$out/$name.time")
 }
 
 same() { # same MEMORY-A MEMORY-B LABEL
@@ -68,10 +99,18 @@ row() { # row CASE ROMWELD-MED OTHER-MED PEAK-KIB SUM
   eval "ratio_$1=$ratio; per_$1=$per; peak_$1=$4"
 }
 
-for img in mcu big sparse; do
-  measure "rw_$img" "$romweld" "$data/$img.hex" "-O$out/rw_$img.hex"
-  rmed=$med; rpeak=$peak
-  measure "oc_$img" objcopy -I ihex -O ihex "$data/$img.hex" "$out/oc_$img.hex"
+# Most images are small, so most runs are mostly start-up: a one-record
+# file and the 256 KiB image take a few milliseconds each, timed in batches.
+for img in tiny mcu big sparse; do
+  if [ "$img" = tiny ] || [ "$img" = mcu ]; then
+    rw_cmd=("$romweld" "$data/$img.hex" "-O$out/rw_$img.hex")
+    other_cmd=(objcopy -I ihex -O ihex "$data/$img.hex" "$out/oc_$img.hex")
+    side_by_side "conv_$img" "$([ "$img" = tiny ] && echo 200 || echo 20)"
+  else
+    measure "rw_$img" "$romweld" "$data/$img.hex" "-O$out/rw_$img.hex"
+    rmed=$med; rpeak=$peak
+    measure "oc_$img" objcopy -I ihex -O ihex "$data/$img.hex" "$out/oc_$img.hex"
+  fi
   sum=$(same "$out/rw_$img.hex" "$out/oc_$img.hex" "conversion of $img")
   same "$data/$img.hex" "$out/rw_$img.hex" "input of $img" >/dev/null
   row "conv_$img" "$rmed" "$med" "$rpeak" "$sum"
@@ -164,6 +203,8 @@ printf '%-14s %8ss %8ss %7s %10s %8s  %s\n' log "$logmed" "$med" "$ratio_log" "$
 echo
 goal() { awk -v v="$2" -v lim="$3" -v op="$4" 'BEGIN { ok = (op == "<=" ? v <= lim : v < lim); exit !ok }' \
   && echo "met:    $1 ($2 $4 $3)" || echo "missed: $1 ($2, goal $4 $3)"; }
+goal "converting one record vs objcopy" "$ratio_conv_tiny" 1.0 "<="
+goal "converting mcu (256 KiB) vs objcopy" "$ratio_conv_mcu" 0.6 "<="
 goal "converting big vs objcopy" "$ratio_conv_big" 0.7 "<="
 goal "merging vs srec_cat" "$ratio_merge" 0.25 "<="
 goal "converting sparse vs objcopy" "$ratio_conv_sparse" 0.5 "<="

@@ -13,7 +13,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (!fp)
     return 0;
   try {
-    std::shared_ptr<msg_table> t = msgfile_parse(fp, "fuzz");
+    std::shared_ptr<msg_table> t = msgfile_parse(fp).table;
     if (t)
       for (const msg_entry *e : *t)
         if (e)

@@ -10,7 +10,7 @@
 
 #include "cmdline.h"
 #include "common/alert.h"
-#include "common/msgfile.h"
+#include "common/osdep.h"
 #include "common/version.h"
 #include "romweld/args.h"
 #include "romweld/usage.h"
@@ -90,11 +90,125 @@ bool hasValue(const std::string &arg, size_t eq) {
   return arg.size() > eq + 1 && arg[eq] == '=';
 }
 
+// What the scan over the arguments gathers for the rest of the run.
+struct scan {
+  const char *programPath;
+  std::vector<std::string> handedOn; // for the argument table
+  int warnLevel = 0;                 // the last -w wins
+};
+
+// A global option: the text an argument is compared with (ignoring case),
+// whether it need only begin with it, and what taking it does.
+struct globalRule {
+  const char *text;
+  bool prefix;
+  void (*take)(const globalRule &, const std::string &arg, scan &);
+};
+
+// The value behind "--opt=", or null when no '=' and value follow.
+const char *valueOf(const globalRule &r, const std::string &arg) {
+  const size_t n = std::strlen(r.text);
+  return hasValue(arg, n) ? arg.c_str() + n + 1 : nullptr;
+}
+
+void takeEdf(const globalRule &r, const std::string &arg, scan &) {
+  if (const char *path = valueOf(r, arg)) {
+    if (!alert_openEdf(path))
+      alert<1600>(arg.c_str(), "could not open error description file");
+  } else {
+    malformed(arg);
+  }
+}
+
+// Debug tracing is not built; the option is accepted and ignored.
+void takeDebug(const globalRule &, const std::string &, scan &) {}
+
+void takeVersion(const globalRule &, const std::string &, scan &) {
+  version_print();
+  std::exit(usage_flushStdout() ? 0 : 1);
+}
+
+void takeHelp(const globalRule &, const std::string &arg, scan &sc) {
+  printHelp();
+  sc.handedOn.push_back(arg); // the argument table's help follows
+}
+
+void takeHelpFor(const globalRule &r, const std::string &arg, scan &sc) {
+  const char *s = arg.c_str() + std::strlen(r.text);
+  if (const globalOption *o = findGlobalOption(s + std::strspn(s, "-")))
+    printUsage(*o);
+  else
+    sc.handedOn.push_back(arg);
+}
+
+void takeDisable(const globalRule &r, const std::string &arg, scan &) {
+  if (const char *list = valueOf(r, arg))
+    alert_disable(list);
+  else
+    malformed(arg);
+}
+
+void takeErrorLimit(const globalRule &r, const std::string &arg, scan &) {
+  if (!valueOf(r, arg)) {
+    malformed(arg);
+    return;
+  }
+  // Intended: the conversion starts at the '=' itself and stops there, so
+  // every "--emax=N" sets the error limit to 0.
+  const char *eq = arg.c_str() + std::strlen(r.text);
+  set_maxerrors(static_cast<unsigned>(std::strtol(eq, nullptr, 10)));
+}
+
+void takeWarnLevel(const globalRule &r, const std::string &arg, scan &sc) {
+  const char *rest = arg.c_str() + std::strlen(r.text);
+  // '!' only selects the template style; warnings never stop the run.
+  if (std::strchr(rest, '!'))
+    alert_setTemplateStyle(1);
+  long level = std::strtol(rest, nullptr, 10);
+  if (level > 9)
+    level = 9;
+  else if (level < -9)
+    level = -9;
+  // Intended: a level that is not a number names the program path, not
+  // the option, in message 168.
+  if (level == 0 && rest[0] != '0')
+    alert<168>(sc.programPath);
+  sc.warnLevel = static_cast<int>(level);
+}
+
+void takeTemplateStyle(const globalRule &, const std::string &, scan &) {
+  alert_setTemplateStyle(1);
+}
+
+// Tried in this order; the first that matches takes the argument, so a
+// bare "-help=" gives the banner like "-help" before the prefix row would
+// look for an option named by nothing. Arguments no row takes are handed
+// on.
+const globalRule globalRules[] = {
+    {"--edf", true, takeEdf},
+    {"--zkdebug=", true, takeDebug},
+    {"--ver", false, takeVersion},
+    {"-help", false, takeHelp},
+    {"-help=", false, takeHelp},
+    {"-help=", true, takeHelpFor},
+    {"--disl", true, takeDisable},
+    {"--emax", true, takeErrorLimit},
+    {"--msgdisable", true, takeDisable},
+    {"-w", true, takeWarnLevel},
+    {"-e", true, takeTemplateStyle},
+};
+
+const globalRule *findRule(const std::string &arg) {
+  for (const globalRule &r : globalRules)
+    if (r.prefix ? startsWith(arg, r.text) : equals(arg, r.text))
+      return &r;
+  return nullptr;
+}
+
 } // namespace
 
 int main(int argc, char **argv) {
   alert_catchOutOfMemory();
-  const char *programPath = argc > 0 && argv[0] ? argv[0] : "romweld";
   bool complete = true;
   std::vector<std::string> args = cmdline_build(argc, argv, &complete);
 
@@ -106,75 +220,24 @@ int main(int argc, char **argv) {
     }
   }
 
-  alert_init();
-  std::vector<std::string> unconsumed;
-  int warnLevel = 0;
+  // From here on an interrupt ends the run with status 1 and removes its
+  // temporaries, whether or not it has made any yet.
+  os_catchEndSignals();
+  alert_start();
+  scan sc{argc > 0 && argv[0] ? argv[0] : "romweld", {}, 0};
   for (const std::string &arg : args) {
-    const char *s = arg.c_str();
-    if (startsWith(arg, "--edf")) {
-      if (!hasValue(arg, 5))
-        malformed(arg);
-      else if (!open_edf(s + 6))
-        alert<1600>(s, "could not open error description file");
-    } else if (startsWith(arg, "--zkdebug=")) {
-      // Debug tracing is not built; the option is accepted and ignored.
-    } else if (equals(arg, "--ver")) {
-      version_print();
-      std::exit(usage_flushStdout() ? 0 : 1);
-    } else if (equals(arg, "-help") || equals(arg, "-help=")) {
-      printHelp();
-      unconsumed.push_back(arg); // the argument table's help follows
-    } else if (startsWith(arg, "-help=")) {
-      const char *value = s + 6 + std::strspn(s + 6, "-");
-      if (const globalOption *o = findGlobalOption(value))
-        printUsage(*o);
-      else
-        unconsumed.push_back(arg);
-    } else if (startsWith(arg, "--disl")) {
-      if (hasValue(arg, 6))
-        alert_disable(s + 7);
-      else
-        malformed(arg);
-    } else if (startsWith(arg, "--emax")) {
-      if (hasValue(arg, 6))
-        // Intended: the conversion starts at the '=' itself and stops there,
-        // so every "--emax=N" sets the error limit to 0.
-        set_maxerrors(static_cast<unsigned>(std::strtol(s + 6, nullptr, 10)));
-      else
-        malformed(arg);
-    } else if (startsWith(arg, "--msgdisable")) {
-      if (hasValue(arg, 12))
-        alert_disable(s + 13);
-      else
-        malformed(arg);
-    } else if (startsWith(arg, "-w")) {
-      const char *rest = s + 2;
-      // '!' only selects the template style; warnings never stop the run.
-      if (std::strchr(rest, '!'))
-        alert_setTemplateStyle(1);
-      long level = std::strtol(rest, nullptr, 10);
-      if (level > 9)
-        level = 9;
-      else if (level < -9)
-        level = -9;
-      // Intended: a level that is not a number names the program path, not
-      // the option, in message 168.
-      if (level == 0 && rest[0] != '0')
-        alert<168>(programPath);
-      warnLevel = static_cast<int>(level);
-    } else if (startsWith(arg, "-e")) {
-      alert_setTemplateStyle(1);
-    } else {
-      unconsumed.push_back(arg);
-    }
+    if (const globalRule *r = findRule(arg))
+      r->take(*r, arg, sc);
+    else
+      sc.handedOn.push_back(arg);
   }
-  alert_setWarnLevel(warnLevel);
+  alert_setWarnLevel(sc.warnLevel);
 
   // Every other argument becomes an argument record; a run with any
   // unrecognised or malformed argument, or any error so far, reads no file.
   // A command file that was not expanded whole fails the run whatever kind
   // a message file gives message 1600.
-  if (!args_addList(unconsumed) || alert_errorReached() || !complete) {
+  if (!args_addList(sc.handedOn) || alert_errorReached() || !complete) {
     usage_flushStdout(); // the usage block of a malformed option
     return 1;
   }

@@ -7,6 +7,7 @@
 #include <exception>
 #include <map>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <unistd.h>
 #include <vector>
@@ -23,7 +24,9 @@ constexpr size_t kFormatSize = 4096;
 
 struct alert_state {
   bool initStarted = false;
-  bool initDone = false;
+  // The message files alert_start found, kept while loading waits for the
+  // first use, so that the choice is the one the run started with.
+  std::optional<std::vector<std::string>> found;
   std::string errTemplate = "%f: %l: (%n) %s (error)";
   std::string warnTemplate = "%f: %l: (%n) %s (warning)";
   std::string msgTemplate = "%f: %l: %s";
@@ -281,6 +284,16 @@ int vtyped(unsigned num, const char *type, const char *fmt, va_list ap) {
   return report(m, true, ap);
 }
 
+// The lines a load could not take, as message 3 naming the file that was
+// current before it.
+void reportMalformed(const msg_load &r) {
+  const char *file = r.previous ? r.previous->c_str() : "(null)";
+  for (const msg_badLine &b : r.malformed) {
+    errno = b.err; // as it stood when the line was read
+    alert_typed(3, "M", "Malformed error information on line %u, in file %s\n", b.line, file);
+  }
+}
+
 } // namespace
 
 void alert_init() {
@@ -295,14 +308,41 @@ void alert_init() {
     g.warnTemplate = e;
   if (const char *e = std::getenv("ZKC_MSG_FORMAT"))
     g.msgTemplate = e;
-  msgfile_loadLanguage(MSG_LANG_DEFAULT);
+  std::vector<std::string> found =
+      g.found ? std::move(*g.found) : msgfile_search(MSG_LANG_DEFAULT);
+  g.found.reset();
+  // A file that cannot be opened leaves the built-in texts in force.
+  reportMalformed(msgfile_loadChosen(std::move(found)));
   // Without a writable temporary directory there is no file to load; the
   // built-in texts still apply.
   msgfile_useBuiltinIfNone();
-  g.initDone = true;
 }
 
-bool alert_initialised() { return G().initDone; }
+void alert_start() {
+  alert_state &g = G();
+  if (g.initStarted || g.found)
+    return;
+  g.found = msgfile_search(MSG_LANG_DEFAULT);
+  // A file without malformed lines loads silently, so loading it can wait
+  // for the first message; one that may have some is loaded now, where its
+  // malformed lines have always been reported.
+  if (!msgfile_choiceIsWellFormed(*g.found))
+    alert_init();
+}
+
+bool alert_openEdf(const char *path) {
+  alert_init();
+  msg_load r = msgfile_loadEdf(path);
+  reportMalformed(r);
+  return r.ok;
+}
+
+bool alert_openEdfDir(const char *dir) {
+  alert_init();
+  msg_load r = msgfile_loadEdfDir(dir);
+  reportMalformed(r);
+  return r.ok;
+}
 
 int valert(unsigned num, va_list ap) {
   G().savedErrno = errno;
@@ -338,21 +378,18 @@ int alert_typed(unsigned num, const char *type, const char *fmt, ...) {
 }
 
 int alert_setWarnLevel(int level) {
-  alert_init();
   int prev = G().warnThreshold;
   G().warnThreshold = level;
   return prev;
 }
 
 unsigned set_maxerrors(unsigned limit) {
-  alert_init();
   unsigned prev = G().maxErrors;
   G().maxErrors = limit;
   return prev;
 }
 
 void alert_setTemplateStyle(unsigned on) {
-  alert_init();
   G().templateStyle = on;
 }
 
@@ -380,7 +417,6 @@ void alert_disable(const char *list) {
 }
 
 void alert_msgControl(unsigned num, unsigned code) {
-  alert_init();
   auto &stack = G().overrides;
   switch (code) {
   case 0: case 1: case 2: case 3: case 4: case 5:
@@ -395,6 +431,7 @@ void alert_msgControl(unsigned num, unsigned code) {
     break;
   case 8:
   case 9:
+    alert_init(); // which numbers exist is the loaded file's
     if (const msg_table *t = msgfile_primary()) {
       for (const msg_entry *e : *t) {
         if (!e)
@@ -434,7 +471,6 @@ void alert_setSink(alert_sink fn) { G().sink = fn; }
 alert_sink alert_getSink() { return G().sink; }
 
 std::string alert_vformat(const char *fmt, va_list ap) {
-  alert_init();
   char buf[kFormatSize];
   va_list aq;
   va_copy(aq, ap);

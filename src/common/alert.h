@@ -5,6 +5,8 @@
 // warnings, ends the process on a fatal message or past the error limit,
 // and prints one line per message on standard error in plain or template
 // style. Process-wide, single-threaded state; initialised lazily on first use.
+// The message tables are the message file layer's (msgfile.h): the service
+// asks it for a message's kind and text and reports what its loads met.
 #pragma once
 
 #include <cstdarg>
@@ -76,10 +78,20 @@ std::string alert_vformat(const char *fmt, va_list ap);
 // reported like a failed assertion. Nothing ends through abort.
 void alert_catchOutOfMemory();
 
-// Runs once, lazily, on first use of the service: reads ZKC_ERR_FORMAT,
-// ZKC_WARN_FORMAT and ZKC_MSG_FORMAT, then loads the English message file.
+// Runs once, on first use of the service that needs a message's kind or
+// text: reads ZKC_ERR_FORMAT, ZKC_WARN_FORMAT and ZKC_MSG_FORMAT, then
+// loads the English message file (malformed lines as message 3).
 void alert_init();
-bool alert_initialised(); // true once alert_init has finished
+// The program calls this once where its messages begin: the message files
+// are looked for now, so a run chooses among the files there at its start
+// (not among those it writes itself); the chosen one is loaded now when it
+// may report malformed lines, else at the first message. Before it, the
+// first message looks for them itself.
+void alert_start();
+// "--edf=path" and a directory of message files: load-if-newer at once,
+// after the English file (msgfile.h); false when nothing could be opened.
+bool alert_openEdf(const char *path);
+bool alert_openEdfDir(const char *dir);
 
 // Position-free report: the message is printed as having no source
 // position ("%f" shows "Non line specific message").

@@ -2,11 +2,12 @@
 
 #include <algorithm>
 #include <cctype>
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <deque>
+#include <string_view>
 
-#include "common/alert.h"
 #include "common/msgconv.h"
 #include "common/osdep.h"
 #include "common/zkinstdir.h"
@@ -15,6 +16,9 @@ const char *const msgfile_noDescription =
     "An error, warning or message was generated, but no description is available";
 
 namespace {
+
+constexpr char kCopyTemplate[] = "/tmp/zkXXXXXXX"; // the built-in copy's directory
+constexpr char kCopyPrefix[] = "/tmp/zk";
 
 struct msgfile_state {
   std::shared_ptr<msg_table> primary;
@@ -62,18 +66,13 @@ const msg_table &builtinTable() {
   if (!t) {
     FILE *fp = fmemopen(const_cast<char *>(msgs_en_text), msgs_en_size, "r");
     if (fp) {
-      t = msgfile_parse(fp, nullptr);
+      t = msgfile_parse(fp).table;
       std::fclose(fp);
     }
     if (!t)
       t = std::make_shared<msg_table>(MSG_MAX_NUMBER + 1, nullptr);
   }
   return *t;
-}
-
-void reportMalformed(unsigned line, const char *reportPath) {
-  alert_typed(3, "M", "Malformed error information on line %u, in file %s\n",
-              line, reportPath ? reportPath : "(null)");
 }
 
 std::shared_ptr<msg_table> mergeIntoBuiltin(const msg_table &loaded) {
@@ -188,7 +187,7 @@ std::string msgfile_builtinPath() {
   if (!path.empty() && writeBuiltin(path))
     return path;
   // First use, or the private directory itself has gone: make a new one.
-  auto dir = os_makePrivateTempDir("/tmp/zkXXXXXXX");
+  auto dir = os_makePrivateTempDir(kCopyTemplate);
   if (!dir)
     return {};
   path = os_join(*dir, std::to_string(msgs_en_version) + msgFileSuffix(MSG_LANG_DEFAULT));
@@ -198,7 +197,7 @@ std::string msgfile_builtinPath() {
   return {};
 }
 
-std::string msg_filename(unsigned lang) {
+std::vector<std::string> msgfile_search(unsigned lang) {
   std::vector<std::string> list;
   bool found = false;
   if (auto a = zkinstdir(ZKDIR_MESSAGES))
@@ -217,80 +216,138 @@ std::string msg_filename(unsigned lang) {
   if (!found) {
     std::string cwd = os_cwd();
     if (!cwd.empty())
-      found = findMsgFiles(cwd, lang, list) > 0;
+      findMsgFiles(cwd, lang, list);
   }
-  std::string builtin = msgfile_builtinPath();
-  if (!builtin.empty())
-    list.push_back(builtin);
-  if (list.empty())
-    return {};
-  if (found)
-    msgfile_sortCandidates(list);
-  return list.front();
+  return list;
 }
 
-bool msgfile_load(const std::string &path) {
+namespace {
+
+// Whether path is preferred to the built-in copy whatever random name the
+// copy's directory gets; nullopt when that name would decide.
+std::optional<bool> beatsBuiltinCopy(const std::string &path,
+                                     const std::optional<std::string> &dir) {
+  const uint64_t v = getMsgFileVersion(path);
+  if (v != msgs_en_version)
+    return v > msgs_en_version;
+  const std::string_view copy(kCopyPrefix);
+  if (dir && !dir->empty() && (copy.starts_with(*dir) || dir->starts_with(copy)))
+    return std::nullopt; // the copy may lie inside the installation too
+  if (inDir(path, dir))
+    return true;
+  if (path.compare(0, copy.size(), copy) == 0)
+    return std::nullopt;
+  return path > copy; // decided before the random part
+}
+
+bool holdsBuiltinText(const std::string &path) {
   FILE *fp = std::fopen(path.c_str(), "r");
   if (!fp)
     return false;
-  std::shared_ptr<msg_table> t1 = msgfile_parse(fp, msgfile_currentPath());
+  char buf[msgs_en_size + 1];
+  const size_t n = std::fread(buf, 1, sizeof buf, fp);
   std::fclose(fp);
+  return n == msgs_en_size && std::memcmp(buf, msgs_en_text, n) == 0;
+}
+
+} // namespace
+
+bool msgfile_choiceIsWellFormed(const std::vector<std::string> &found) {
+  if (found.empty())
+    return true;
+  const auto dir = installDir();
+  const std::string &best =
+      *std::min_element(found.begin(), found.end(), [&](const std::string &a, const std::string &b) {
+        return msgfile_before(a, b, dir);
+      });
+  const std::optional<bool> wins = beatsBuiltinCopy(best, dir);
+  return wins && (!*wins || holdsBuiltinText(best));
+}
+
+std::string msgfile_choose(std::vector<std::string> found) {
+  const bool sort = !found.empty();
+  std::string builtin = msgfile_builtinPath();
+  if (!builtin.empty())
+    found.push_back(builtin);
+  if (found.empty())
+    return {};
+  if (sort)
+    msgfile_sortCandidates(found);
+  return found.front();
+}
+
+std::string msg_filename(unsigned lang) { return msgfile_choose(msgfile_search(lang)); }
+
+msg_load msgfile_load(const std::string &path) {
+  msg_load r;
+  FILE *fp = std::fopen(path.c_str(), "r");
+  if (!fp) {
+    r.ok = false;
+    return r;
+  }
+  msg_parsed p = msgfile_parse(fp);
+  std::fclose(fp);
+  r.malformed = std::move(p.malformed);
+  r.previous = S().current;
   // Our private copy is the built-in text itself; anything else is merged
   // into it, so the built-in file fixes which numbers exist.
   std::string builtin = msgfile_builtinPath();
   if (builtin.empty() || path != builtin)
-    t1 = mergeIntoBuiltin(*t1);
-  install(t1, path);
-  return true;
+    p.table = mergeIntoBuiltin(*p.table);
+  install(p.table, path);
+  return r;
 }
 
-bool msgfile_loadIfNewer(const std::string &path) {
+msg_load msgfile_loadIfNewer(const std::string &path) {
   if (!S().current)
     return msgfile_load(path);
   const std::string cur = *S().current;
   uint64_t vr = getMsgFileVersion(path), vc = getMsgFileVersion(cur);
   if (vr < vc)
-    return true;
+    return {};
   if (vr > vc)
     return msgfile_load(path);
   auto dir = installDir();
   if (inDir(cur, dir))
-    return true;
+    return {};
   if (inDir(path, dir))
     return msgfile_load(path);
   if (cur < path)
     return msgfile_load(path);
-  return true;
+  return {};
 }
 
-bool open_edf(const char *path) {
-  alert_init();
+namespace {
+msg_load notLoaded() {
+  msg_load r;
+  r.ok = false;
+  return r;
+}
+} // namespace
+
+msg_load msgfile_loadEdf(const char *path) {
   if (!path || !os_fileExists(path))
-    return false;
+    return notLoaded();
   return msgfile_loadIfNewer(path);
 }
 
-bool open_edf_dir(const char *dir) {
-  alert_init();
+msg_load msgfile_loadEdfDir(const char *dir) {
   if (!dir || !os_isDir(dir))
-    return false;
+    return notLoaded();
   std::vector<std::string> list;
   if (findMsgFiles(dir, MSG_LANG_DEFAULT, list) == 0)
-    return true;
+    return {};
   msgfile_sortCandidates(list);
   if (!os_fileExists(list.front()))
-    return false;
+    return notLoaded();
   return msgfile_loadIfNewer(list.front());
 }
 
-void msgfile_loadLanguage(unsigned lang) {
-  std::string path = msg_filename(lang);
+msg_load msgfile_loadChosen(std::vector<std::string> found) {
+  std::string path = msgfile_choose(std::move(found));
   if (path.empty() || !os_fileExists(path))
-    return;
-  if (!msgfile_loadIfNewer(path) && alert_initialised()) {
-    std::fprintf(stderr, "Could not open message file %s\n", path.c_str());
-    std::exit(1);
-  }
+    return {};
+  return msgfile_loadIfNewer(path);
 }
 
 void msgfile_useBuiltinIfNone() {
@@ -303,8 +360,11 @@ void msgfile_useBuiltinIfNone() {
 
 // --- parsing -------------------------------------------------------------------
 
-std::shared_ptr<msg_table> msgfile_parse(FILE *fp, const char *reportPath) {
-  auto table = std::make_shared<msg_table>(MSG_MAX_NUMBER + 1, nullptr);
+msg_parsed msgfile_parse(FILE *fp) {
+  msg_parsed r;
+  auto &table = r.table;
+  table = std::make_shared<msg_table>(MSG_MAX_NUMBER + 1, nullptr);
+  auto malformed = [&](unsigned line) { r.malformed.push_back({line, errno}); };
   char buf[256]; // a longer line is read in pieces, each taken as a line
   unsigned line = 0;
   while (std::fgets(buf, sizeof buf, fp)) {
@@ -328,14 +388,14 @@ std::shared_ptr<msg_table> msgfile_parse(FILE *fp, const char *reportPath) {
     p = numEnd;
     skipBlanks();
     if (num > MSG_MAX_NUMBER || *p == '\n' || *p == '\0') {
-      reportMalformed(line, reportPath);
+      malformed(line);
       continue;
     }
     S().lastNumber = static_cast<uint32_t>(num);
     msg_entry e;
     e.number = static_cast<uint32_t>(num);
     const char *typeEnd = tokenEnd(p);
-    bool malformed = false;
+    bool badType = false;
     switch (std::toupper(static_cast<unsigned char>(*p))) {
     case 'F': e.kind = MSG_FATAL; break;
     case 'E': e.kind = MSG_ERROR; break;
@@ -346,7 +406,7 @@ std::shared_ptr<msg_table> msgfile_parse(FILE *fp, const char *reportPath) {
         long lv = std::strtol(std::string(p, typeEnd).c_str(), nullptr, 10);
         e.level = static_cast<int32_t>(std::clamp<long>(lv, INT32_MIN, INT32_MAX));
       } else {
-        malformed = true; // still stored, as an error
+        badType = true; // still stored, as an error
         e.kind = MSG_ERROR;
       }
     }
@@ -354,15 +414,15 @@ std::shared_ptr<msg_table> msgfile_parse(FILE *fp, const char *reportPath) {
     const char *text = (*typeEnd == ' ' || *typeEnd == '\t') ? typeEnd + 1 : typeEnd;
     size_t len = std::strcspn(text, "\n");
     if (len == 0) {
-      reportMalformed(line, reportPath);
+      malformed(line);
       continue;
     }
-    if (malformed)
-      reportMalformed(line, reportPath);
+    if (badType)
+      malformed(line);
     e.text.assign(text, len);
     (*table)[num] = newEntry(std::move(e));
   }
-  return table;
+  return r;
 }
 
 uint32_t msgfile_lastNumber() { return S().lastNumber; }

@@ -9,8 +9,8 @@
 // of numbers; a loaded text whose printf conversions differ from the
 // built-in text's is never used (the built-in text stays), so no file can
 // make the service read arguments that the caller did not pass.
-// Parsing reports malformed lines through the message service (message 3);
-// nothing else here prints, except the fatal "Could not open message file".
+// Nothing here prints: parsing and loading return the malformed lines they
+// met, and the message service (alert.h), which owns no table, reports them.
 #pragma once
 
 #include <cstddef>
@@ -64,38 +64,66 @@ bool msgfile_before(const std::string &a, const std::string &b,
 // Sorts candidates with the tool's installation directory as tie-break.
 void msgfile_sortCandidates(std::vector<std::string> &list);
 
-// --- finding and loading --------------------------------------------------
-// Path of the written-out built-in copy (written on first use, rewritten if
-// it vanished); empty when it cannot be made.
-std::string msgfile_builtinPath();
-// The file to load for a language: never empty unless even the built-in
-// copy cannot be written.
-std::string msg_filename(unsigned lang);
-// "--edf=": false when path is null or names nothing; else load-if-newer.
-bool open_edf(const char *path);
-// Load-if-newer on the preferred English file of a directory; true for a
-// directory without message files; false when dir is null or missing.
-bool open_edf_dir(const char *dir);
-// Finds and loads the file for a language. Once the message service is
-// initialised, a failed load ends the process with status 1.
-void msgfile_loadLanguage(unsigned lang);
-// Loads path unless the current file is newer; true when nothing needed
-// loading or the file could be opened.
-bool msgfile_loadIfNewer(const std::string &path);
-// Loads path unconditionally (merged into the built-in file unless it is
-// the built-in copy); false when it cannot be opened.
-bool msgfile_load(const std::string &path);
-// Installs the built-in table from memory when nothing could be loaded.
-void msgfile_useBuiltinIfNone();
-
 // --- parsing ----------------------------------------------------------------
-// Parses an open file into a new table; malformed lines are reported as
-// message 3 naming reportPath (the file current before this load).
-std::shared_ptr<msg_table> msgfile_parse(FILE *fp, const char *reportPath);
+// A line the parser could not take whole, with errno as it stood when the
+// line was read (a template's "%m" shows it when the line is reported).
+struct msg_badLine {
+  unsigned line;
+  int err;
+};
+struct msg_parsed {
+  std::shared_ptr<msg_table> table;
+  std::vector<msg_badLine> malformed; // in file order
+};
+// Parses an open file into a new table.
+msg_parsed msgfile_parse(FILE *fp);
 uint32_t msgfile_lastNumber(); // last message number the parser read
 // True when `loaded` may stand in for `builtin` as a printf format: the
 // same conversions in the same order with the same argument types.
 bool msgfile_sameConversions(const char *loaded, const char *builtin);
+
+// --- finding and loading --------------------------------------------------
+// What a load did: whether it succeeded, and the malformed lines of the
+// file it parsed (none when nothing needed loading), to be reported as
+// naming `previous`, the file current before it (none before the first).
+struct msg_load {
+  bool ok = true;
+  std::vector<msg_badLine> malformed;
+  std::optional<std::string> previous;
+};
+// Path of the written-out built-in copy (written on first use, rewritten if
+// it vanished); empty when it cannot be made.
+std::string msgfile_builtinPath();
+// The message files for a language in the first place that has any: the
+// installed message directory, the "dat" directory beside the executable's
+// directory, the current directory. Unsorted; the built-in copy is not
+// among them.
+std::vector<std::string> msgfile_search(unsigned lang);
+// True when the file msgfile_choose would take out of those found is known
+// to have no malformed line without parsing it: the built-in copy is
+// preferred whatever path it gets, or the file preferred to it holds the
+// built-in text itself (as the installed site file does).
+bool msgfile_choiceIsWellFormed(const std::vector<std::string> &found);
+// The file to load out of those found and the built-in copy (written out
+// here): empty only when nothing was found and the copy cannot be written.
+std::string msgfile_choose(std::vector<std::string> found);
+std::string msg_filename(unsigned lang); // msgfile_choose(msgfile_search(lang))
+// Load-if-newer on the file chosen out of those found; not ok when it
+// cannot be opened.
+msg_load msgfile_loadChosen(std::vector<std::string> found);
+// "--edf=": not ok when path is null or names nothing; else load-if-newer.
+msg_load msgfile_loadEdf(const char *path);
+// Load-if-newer on the preferred English file of a directory; ok for a
+// directory without message files; not ok when dir is null or missing.
+msg_load msgfile_loadEdfDir(const char *dir);
+// Loads path unless the current file is newer; ok when nothing needed
+// loading or the file could be opened.
+msg_load msgfile_loadIfNewer(const std::string &path);
+// Loads path unconditionally (merged into the built-in file unless it is
+// the built-in copy); not ok when it cannot be opened.
+msg_load msgfile_load(const std::string &path);
+// Installs the built-in table from memory when nothing could be loaded.
+void msgfile_useBuiltinIfNone();
 
 // --- lookup ---------------------------------------------------------------
 struct msg_info {

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <fstream>
 #include <string>
@@ -49,11 +50,19 @@ protected:
   }
 };
 
-std::shared_ptr<msg_table> parseText(const std::string &text) {
+msg_parsed parseText(const std::string &text) {
   FILE *fp = fmemopen(const_cast<char *>(text.data()), text.size(), "r");
-  auto t = msgfile_parse(fp, nullptr);
+  errno = 0;
+  msg_parsed p = msgfile_parse(fp);
   std::fclose(fp);
-  return t;
+  return p;
+}
+
+std::vector<unsigned> badLines(const msg_parsed &p) {
+  std::vector<unsigned> r;
+  for (const msg_badLine &b : p.malformed)
+    r.push_back(b.line);
+  return r;
 }
 
 // Every entry as "number kind level text|", kinds by their first letter.
@@ -67,7 +76,7 @@ std::string dump(const msg_table &t) {
 }
 
 TEST_F(MsgFile, LineFormat) {
-  auto t = parseText("# comment\n"
+  msg_parsed p = parseText("# comment\n"
                      "\n"
                      " \t\n"
                      "12 E some error %s\n"
@@ -79,26 +88,26 @@ TEST_F(MsgFile, LineFormat) {
                      "16 E\n"
                      "17\n"
                      "18 X unknown type\n"
-                     "12 8 replaced\n");
+                     "12 8 replaced\n"
+                     "99999999999999999999 E overflows\n");
   // A later line replaces an earlier one; only one delimiter is taken before
-  // the text; an unknown type is reported and still stored, as an error.
-  EXPECT_EQ(dump(*t), "12W8 replaced|13M0 message\twith tabs|14W-3 warning|15F0  two blanks|"
-                     "18E0 unknown type|");
+  // the text; an unknown type is malformed and still stored, as an error.
+  EXPECT_EQ(dump(*p.table), "12W8 replaced|13M0 message\twith tabs|14W-3 warning|15F0  two blanks|"
+                           "18E0 unknown type|");
   EXPECT_EQ(msgfile_lastNumber(), 12u);
-  std::vector<std::string> want;
-  for (unsigned n : {2, 3, 8, 9, 10, 11, 12})
-    want.push_back("Malformed error information on line " + std::to_string(n) +
-                   ", in file (null)\n\n");
-  EXPECT_EQ(lines, want);
+  EXPECT_EQ(badLines(p), (std::vector<unsigned>{2, 3, 8, 9, 10, 11, 12, 14}));
+  // A "%m" in the report shows errno as the bad line left it.
+  EXPECT_EQ(p.malformed.back().err, ERANGE);
+  EXPECT_TRUE(lines.empty()); // parsing reports nothing itself
 }
 
 TEST_F(MsgFile, LongLinesAreReadInPieces) {
   std::string text = "30 E " + std::string(300, 'x') + "\n31 E next\n";
-  EXPECT_EQ(dump(*parseText(text)), "30E0 " + std::string(255 - 5, 'x') + "|31E0 next|");
+  msg_parsed p = parseText(text);
+  EXPECT_EQ(dump(*p.table), "30E0 " + std::string(255 - 5, 'x') + "|31E0 next|");
   // The rest of the long line ("xxx...") is a line of its own: number 0,
-  // unknown type, so it is reported.
-  EXPECT_EQ(lines, std::vector<std::string>{
-                       "Malformed error information on line 2, in file (null)\n\n"});
+  // unknown type, so it is malformed.
+  EXPECT_EQ(badLines(p), std::vector<unsigned>{2});
 }
 
 TEST_F(MsgFile, ConversionComparison) {
@@ -133,10 +142,10 @@ TEST_F(MsgFile, ConversionComparison) {
 }
 
 TEST_F(MsgFile, BuiltinTableIsWellFormed) {
-  auto t = parseText(std::string(msgs_en_text, msgs_en_size));
-  EXPECT_TRUE(lines.empty());
+  msg_parsed p = parseText(std::string(msgs_en_text, msgs_en_size));
+  EXPECT_TRUE(p.malformed.empty());
   unsigned count = 0, prev = 0;
-  for (const msg_entry *e : *t) {
+  for (const msg_entry *e : *p.table) {
     if (!e)
       continue;
     ++count;
@@ -196,6 +205,32 @@ TEST_F(MsgFile, CurrentDirectoryCandidates) {
   EXPECT_EQ(lines, std::vector<std::string>{"(168) unknown option \"-x\"\n"});
 }
 
+// Loading may wait for the first message only when the file it would take
+// is known to have no malformed line: the built-in copy, or a file that
+// holds the built-in text (the installed site file).
+TEST_F(MsgFile, ChoiceKnownWellFormed) {
+  const std::string builtin(msgs_en_text, msgs_en_size);
+  const std::string site = "inst/" + std::to_string(msgs_en_version) + "_en.msgs";
+  ASSERT_EQ(mkdir((dir + "/inst").c_str(), 0700), 0);
+  msgfile_setInstallDirForTests(dir + "/inst");
+  struct {
+    std::string name, text;
+    bool known;
+  } cases[] = {
+      {"1_en.msgs", "bad\n", true}, // older: the built-in copy wins
+      {site, builtin, true},
+      {site, builtin + "bad\n", false},
+      {"99999999999999_en.msgs", "168 E neu %s\n", false},
+  };
+  for (const auto &c : cases) {
+    std::string path = write(c.name, c.text);
+    EXPECT_EQ(msgfile_choiceIsWellFormed({path}), c.known) << c.name;
+    EXPECT_EQ(msgfile_choiceIsWellFormed({dir + "/0_en.msgs", path}), c.known) << c.name;
+    unlink(path.c_str());
+  }
+  EXPECT_TRUE(msgfile_choiceIsWellFormed({}));
+}
+
 TEST_F(MsgFile, BuiltinCopyIsRewrittenWhenRemoved) {
   std::string p = msgfile_builtinPath();
   ASSERT_FALSE(p.empty());
@@ -208,39 +243,42 @@ TEST_F(MsgFile, BuiltinCopyIsRewrittenWhenRemoved) {
 
 // A loaded file changes texts; kinds come from the file loaded first (here
 // the built-in copy: 168 stays an error), and the built-in file fixes the
-// numbers, so 9000 stays undescribed.
+// numbers, so 9000 stays undescribed. Malformed lines are reported naming
+// the file that was current before.
 TEST_F(MsgFile, EdfOlderAndNewer) {
   std::string older = write("20000101000000_en.msgs", "168 E older %s\n");
   std::string newer = write("20300101000000_en.msgs",
                             "168 5 newer %s\n1032 M hilfe\n9000 E only in this file\n");
-  std::string newest = write("20400101000000_en.msgs", "168 E newest %s\n");
+  std::string newest = write("20400101000000_en.msgs", "168 E newest %s\nbad\n");
   ASSERT_EQ(chdir("/"), 0); // keep them out of the search
   alert_resetForTests();
   alert_setSink(capture);
-  EXPECT_FALSE(open_edf(nullptr));
-  EXPECT_FALSE(open_edf((dir + "/missing_en.msgs").c_str()));
-  EXPECT_TRUE(open_edf(older.c_str())); // older than the built-in: no effect
+  EXPECT_FALSE(alert_openEdf(nullptr));
+  EXPECT_FALSE(alert_openEdf((dir + "/missing_en.msgs").c_str()));
+  EXPECT_TRUE(alert_openEdf(older.c_str())); // older than the built-in: no effect
   alert(168, "a");
-  EXPECT_TRUE(open_edf(newer.c_str()));
+  EXPECT_TRUE(alert_openEdf(newer.c_str()));
   alert(168, "b");
   alert(1032);
-  EXPECT_TRUE(open_edf(newest.c_str()));
-  EXPECT_TRUE(open_edf(newer.c_str())); // never over a newer one
+  EXPECT_TRUE(alert_openEdf(newest.c_str()));
+  EXPECT_TRUE(alert_openEdf(newer.c_str())); // never over a newer one
   alert(168, "c");
   EXPECT_EQ(lines, (std::vector<std::string>{"(168) unknown option \"a\"\n",
                                              "(168) newer b\n", "hilfe\n",
+                                             "Malformed error information on line 2, in file " +
+                                                 newer + "\n\n",
                                              "(168) newest c\n"}));
   EXPECT_STREQ(msgfile_lookup(9000).text, msgfile_noDescription);
 }
 
 TEST_F(MsgFile, EdfDirectory) {
-  EXPECT_FALSE(open_edf_dir(nullptr));
-  EXPECT_FALSE(open_edf_dir((dir + "/none").c_str()));
+  EXPECT_FALSE(alert_openEdfDir(nullptr));
+  EXPECT_FALSE(alert_openEdfDir((dir + "/none").c_str()));
   ASSERT_EQ(mkdir((dir + "/d").c_str(), 0700), 0);
-  EXPECT_TRUE(open_edf_dir((dir + "/d").c_str())); // empty: no failure
+  EXPECT_TRUE(alert_openEdfDir((dir + "/d").c_str())); // empty: no failure
   write("d/20300101000000_en.msgs", "168 E two %s\n");
   write("d/20350101000000_en.msgs", "168 E three %s\n");
-  EXPECT_TRUE(open_edf_dir((dir + "/d").c_str()));
+  EXPECT_TRUE(alert_openEdfDir((dir + "/d").c_str()));
   alert(168, "x");
   EXPECT_EQ(lines, std::vector<std::string>{"(168) three x\n"});
 }

@@ -16,11 +16,13 @@
 #include "common/check.h"
 
 std::string os_selfExePath() {
-  char buf[PATH_MAX + 1];
-  ssize_t n = readlink("/proc/self/exe", buf, PATH_MAX);
-  if (n <= 0)
-    return {};
-  return std::string(buf, static_cast<size_t>(n));
+  // Asked for by every message file search; one look serves the run.
+  static const std::string path = [] {
+    char buf[PATH_MAX + 1];
+    ssize_t n = readlink("/proc/self/exe", buf, PATH_MAX);
+    return n <= 0 ? std::string() : std::string(buf, static_cast<size_t>(n));
+  }();
+  return path;
 }
 
 std::string os_cwd() {
@@ -240,6 +242,8 @@ void os_removeTemp(const std::string &tmp) {
   forgetPath(tmp);
   errno = e;
 }
+
+void os_catchEndSignals() { installHandlers(); }
 
 void os_endNow(int status) {
   removeRegistered(false);

@@ -14,7 +14,8 @@
 #include <string>
 #include <vector>
 
-// Path of the running executable ("/proc/self/exe"); empty when unreadable.
+// Path of the running executable ("/proc/self/exe", read once); empty when
+// unreadable.
 std::string os_selfExePath();
 // Current working directory; empty when it cannot be read.
 std::string os_cwd();
@@ -48,6 +49,10 @@ int os_makeTempFile(std::string *path);
 bool os_renameTemp(const std::string &tmp, const std::string &dest);
 // Removes a registered temporary now.
 void os_removeTemp(const std::string &tmp);
+
+// Takes SIGINT, SIGTERM and SIGHUP over now, as registering the first
+// temporary would: from here on they end the process with status 1.
+void os_catchEndSignals();
 
 // Removes everything still registered and ends the process with `status`
 // at once, without exit handlers: the way out when even reporting failed.
