@@ -35,15 +35,7 @@ struct alert_state {
   unsigned maxErrors = 20;
   unsigned errors = 0;
   unsigned warnings = 0;
-  bool warningsAreErrors = false;
-  const char *file = nullptr;
-  const unsigned *line = nullptr;
-  const char *const *lineStart = nullptr;
-  const char *const *cur = nullptr;
-  bool notLineSpecific = false;
-  unsigned omitPosition = 0;
-  std::vector<std::map<unsigned, unsigned>> overrides{1};
-  alert_observer observer = nullptr;
+  std::map<unsigned, unsigned> overrides; // message number -> control code
   alert_sink sink = nullptr;
   int savedErrno = 0;
 };
@@ -79,34 +71,18 @@ struct bounded {
 
 const char *errnoText(int e) { return std::strerror(e); }
 
+// What the disable list makes of a message: a plain number (or ":on")
+// hides a message or warning, ":off" anything but a fatal message.
+enum : unsigned { HIDE_QUIET = 1, HIDE_ALL = 5 };
+
 msg_info lookupWithOverride(unsigned num) {
   msg_info m = msgfile_lookup(num);
-  auto &top = G().overrides.back();
-  auto it = top.find(num);
-  unsigned action = it == top.end() ? 0 : it->second;
-  switch (action) {
-  case 1:
-    if (m.kind == MSG_MESSAGE || m.kind == MSG_WARNING)
-      m.kind = MSG_SUPPRESSED;
-    break;
-  case 2:
-  case 5:
-    if (m.kind != MSG_FATAL)
-      m.kind = MSG_SUPPRESSED;
-    break;
-  case 3:
-    if (m.kind == MSG_ERROR) {
-      m.kind = MSG_WARNING;
-      m.level = G().warnThreshold;
-    }
-    break;
-  case 4:
-    if (m.kind == MSG_WARNING)
-      m.kind = MSG_ERROR;
-    break;
-  default:
-    break;
-  }
+  const auto &hidden = G().overrides;
+  const auto it = hidden.find(num);
+  const unsigned how = it == hidden.end() ? 0 : it->second;
+  if ((how == HIDE_QUIET && (m.kind == MSG_MESSAGE || m.kind == MSG_WARNING)) ||
+      (how == HIDE_ALL && m.kind != MSG_FATAL))
+    m.kind = MSG_SUPPRESSED;
   return m;
 }
 
@@ -145,29 +121,9 @@ void buildText(bounded &out, const msg_info &m, va_list ap) {
   out.buf[out.len] = '\0';
 }
 
-void addPlaceholder(bounded &line, char c, bool hasPos) {
-  alert_state &g = G();
-  switch (c) {
-  case 'f':
-    if (!hasPos)
-      line.add("Non line specific message");
-    else if (g.file && *g.file)
-      line.add(g.file);
-    break;
-  case 'l':
-    if (hasPos && g.line)
-      line.addUnsigned(*g.line);
-    break;
-  case 'c':
-    if (g.cur && g.lineStart && *g.cur && *g.lineStart)
-      line.addUnsigned(static_cast<unsigned long>(*g.cur - *g.lineStart));
-    break;
-  }
-}
 
 void buildLine(bounded &line, const msg_info &m, const char *text) {
   alert_state &g = G();
-  bool hasPos = !g.notLineSpecific;
   if (g.templateStyle) {
     const std::string &tmpl = m.kind == MSG_MESSAGE   ? g.msgTemplate
                               : m.kind == MSG_WARNING ? g.warnTemplate
@@ -182,16 +138,7 @@ void buildLine(bounded &line, const msg_info &m, const char *text) {
       case 'f':
       case 'l':
       case 'c':
-        if (g.omitPosition && (c == 'c' || !hasPos)) {
-          if (p[1] == ':') {
-            ++p;
-            if (p[1] == ' ')
-              ++p;
-          }
-        } else {
-          addPlaceholder(line, c, hasPos);
-        }
-        break;
+        break; // a message of this tool has no source position
       case 'n': line.addUnsigned(m.number); break;
       case 's': line.add(text); break;
       case 'a': line.add("romweld"); break;
@@ -201,14 +148,6 @@ void buildLine(bounded &line, const msg_info &m, const char *text) {
       }
     }
   } else {
-    if (g.file && *g.file) {
-      line.add(hasPos ? g.file : "Non line specific message");
-      line.add(": ");
-    }
-    if (g.line && hasPos) {
-      line.addUnsigned(*g.line);
-      line.add(": ");
-    }
     line.add(text);
     if (m.kind == MSG_WARNING)
       line.add(" (warning)");
@@ -241,8 +180,6 @@ int report(msg_info m, bool levelTestAll, va_list ap) {
     return 0;
   if ((m.kind == MSG_WARNING || levelTestAll) && m.level < g.warnThreshold)
     return 0;
-  if (g.observer)
-    g.observer(m.kind, m.text);
   if (m.kind == MSG_ERROR) {
     if (g.errors >= g.maxErrors)
       tooManyErrors();
@@ -358,17 +295,6 @@ int alert(unsigned num, ...) {
   return r;
 }
 
-int alert_noPos(unsigned num, ...) {
-  va_list ap;
-  va_start(ap, num);
-  bool was = G().notLineSpecific;
-  G().notLineSpecific = true;
-  int r = valert(num, ap);
-  G().notLineSpecific = was;
-  va_end(ap);
-  return r;
-}
-
 int alert_typed(unsigned num, const char *type, const char *fmt, ...) {
   va_list ap;
   va_start(ap, fmt);
@@ -393,14 +319,19 @@ void alert_setTemplateStyle(unsigned on) {
   G().templateStyle = on;
 }
 
-void alert_setOmitPosition(unsigned on) { G().omitPosition = on; }
-void alert_setWarningsAreErrors(bool on) { G().warningsAreErrors = on; }
 
 void alert_disable(const char *list) {
   if (!list || !*list)
     return;
+  alert_state &g = G();
   if (list[0] == '0') {
-    alert_msgControl(0, 8);
+    // Every message and warning, as the loaded file's kinds say; the rest
+    // of the list is ignored.
+    alert_init();
+    if (const msg_table *t = msgfile_primary())
+      for (const msg_entry *e : *t)
+        if (e && (e->kind == MSG_MESSAGE || e->kind == MSG_WARNING))
+          g.overrides[e->number] = HIDE_QUIET;
     return;
   }
   for (const char *item = list; item;) {
@@ -408,67 +339,21 @@ void alert_disable(const char *list) {
     long n = std::strtol(item, &end, 10);
     // Intended: only ":off" may hide an error; a plain number (or ":on")
     // hides a message or warning but never an error.
-    unsigned action = std::strncmp(end, ":off", 4) == 0 ? 5 : 1;
-    alert_msgControl(static_cast<unsigned>(n), action);
+    g.overrides[static_cast<unsigned>(n)] = std::strncmp(end, ":off", 4) == 0 ? HIDE_ALL : HIDE_QUIET;
     item = std::strchr(item, ',');
     if (item)
       ++item;
   }
 }
 
-void alert_msgControl(unsigned num, unsigned code) {
-  auto &stack = G().overrides;
-  switch (code) {
-  case 0: case 1: case 2: case 3: case 4: case 5:
-    stack.back()[num] = code;
-    break;
-  case 6:
-    stack.push_back(stack.back());
-    break;
-  case 7:
-    if (stack.size() > 1)
-      stack.pop_back();
-    break;
-  case 8:
-  case 9:
-    alert_init(); // which numbers exist is the loaded file's
-    if (const msg_table *t = msgfile_primary()) {
-      for (const msg_entry *e : *t) {
-        if (!e)
-          continue;
-        bool hit = code == 8 ? (e->kind == MSG_MESSAGE || e->kind == MSG_WARNING)
-                             : e->kind != MSG_FATAL;
-        if (hit)
-          stack.back()[e->number] = code == 8 ? 1 : 2;
-      }
-    }
-    break;
-  case 10:
-    stack.back().clear();
-    break;
-  default:
-    break;
-  }
-}
-
 bool alert_errorReached() {
-  return G().errors > 0 || (G().warningsAreErrors && G().warnings > 0);
+  return G().errors > 0;
 }
 
 unsigned alert_errorCount() { return G().errors; }
 unsigned alert_warningCount() { return G().warnings; }
 
-void alert_setPosition(const char *file, const unsigned *line,
-                       const char *const *lineStart, const char *const *cur) {
-  G().file = file;
-  G().line = line;
-  G().lineStart = lineStart;
-  G().cur = cur;
-}
-
-void alert_setObserver(alert_observer fn) { G().observer = fn; }
 void alert_setSink(alert_sink fn) { G().sink = fn; }
-alert_sink alert_getSink() { return G().sink; }
 
 std::string alert_vformat(const char *fmt, va_list ap) {
   char buf[kFormatSize];

@@ -47,22 +47,14 @@ int alert_setWarnLevel(int level);      // returns the previous threshold
 unsigned set_maxerrors(unsigned limit); // returns the previous limit
 void alert_setTemplateStyle(unsigned on);
 void alert_disable(const char *list);   // "--msgdisable=" grammar
-void alert_msgControl(unsigned num, unsigned code); // control codes 0-10
 bool alert_errorReached();              // the final error test
 unsigned alert_errorCount();
 unsigned alert_warningCount();
 
-// Position of the message source; the tool clears it and never sets it.
-void alert_setPosition(const char *file, const unsigned *line,
-                       const char *const *lineStart, const char *const *cur);
-
-// Observer called before each printed message, and an output sink that
-// receives each finished line instead of standard error.
-using alert_observer = void (*)(int kind, const char *text);
+// An output sink that receives each finished line instead of standard
+// error (tests and fuzz targets).
 using alert_sink = void (*)(const char *line);
-void alert_setObserver(alert_observer fn);
 void alert_setSink(alert_sink fn);
-alert_sink alert_getSink();
 
 // Text utilities. alert_format prints into a 4096-byte buffer; a longer
 // result is cut and "buffer overflow in vsnprintf" goes to standard error.
@@ -92,15 +84,6 @@ void alert_start();
 // after the English file (msgfile.h); false when nothing could be opened.
 bool alert_openEdf(const char *path);
 bool alert_openEdfDir(const char *dir);
-
-// Position-free report: the message is printed as having no source
-// position ("%f" shows "Non line specific message").
-int alert_noPos(unsigned num, ...);
-// When set, position placeholders of a position-free message print nothing
-// and swallow the ": " behind them. The tool itself never sets it.
-void alert_setOmitPosition(unsigned on);
-// Counts warnings as errors in the final error test (off by default).
-void alert_setWarningsAreErrors(bool on);
 
 // Tests and fuzz targets only: fn is called instead of exit(1) when a fatal
 // message or the error limit ends the process; it must not return (a

@@ -54,39 +54,14 @@ TEST_F(Alert, DefaultTemplatesHaveEmptyPosition) {
                           ": : available command-line options:\n"}));
 }
 
+// A message has no source position: %f, %l and %c print nothing.
 TEST_F(Alert, TemplatePlaceholders) {
   setenv("ZKC_ERR_FORMAT", "%f|%l|%c|%n|%s|%a|%q|%", 1);
   setenv("ZKC_MSG_FORMAT", "", 1); // set but empty replaces the default
   restart(true);
   alert(168, "-x");
-  const char *text = "abcdef";
-  const char *start = text, *cur = text + 4;
-  unsigned line = 12;
-  alert_setPosition("in.hex", &line, &start, &cur);
-  alert(168, "-y");
-  alert_noPos(168, "-z");
   alert(1032);
-  EXPECT_EQ(lines, (Lines{"|||168|unknown option \"-x\"|romweld|%q|%\n",
-                          "in.hex|12|4|168|unknown option \"-y\"|romweld|%q|%\n",
-                          "Non line specific message||4|168|unknown option \"-z\"|romweld|%q|%\n",
-                          "\n"}));
-}
-
-TEST_F(Alert, OmitPositionSwallowsSeparators) {
-  setenv("ZKC_ERR_FORMAT", "%f: %l: %c: [%s]", 1);
-  restart(true);
-  alert_setOmitPosition(1);
-  alert_noPos(917);
-  EXPECT_EQ(lines, Lines{"[argument too long]\n"});
-}
-
-TEST_F(Alert, PlainStyleWithPosition) {
-  unsigned line = 7;
-  alert_setPosition("in.hex", &line, nullptr, nullptr);
-  alert(168, "-x");
-  alert_noPos(168, "-y");
-  EXPECT_EQ(lines, (Lines{"in.hex: 7: (168) unknown option \"-x\"\n",
-                          "Non line specific message: (168) unknown option \"-y\"\n"}));
+  EXPECT_EQ(lines, (Lines{"|||168|unknown option \"-x\"|romweld|%q|%\n", "\n"}));
 }
 
 TEST_F(Alert, WarningThreshold) {
@@ -133,28 +108,6 @@ TEST_F(Alert, DisableList) {
   }
 }
 
-TEST_F(Alert, ControlCodes) {
-  alert_msgControl(168, 3); // error shown as a warning at the threshold
-  alert_setWarnLevel(5);
-  alert(168, "-x");
-  EXPECT_EQ(alert_errorCount(), 0u);
-  alert_msgControl(0, 6);   // push a copy
-  alert_msgControl(962, 4); // warning becomes an error
-  alert(962, "1h", "a", "b");
-  alert_msgControl(0, 7);   // pop: 962 is a warning again (hidden at 5)
-  alert(962, "1h", "a", "b");
-  alert_msgControl(0, 7);   // the last table is never popped
-  alert_msgControl(0, 10);  // clear
-  alert(168, "-y");
-  alert_msgControl(0, 9);   // all but fatals suppressed
-  alert(168, "-z");
-  alert_msgControl(168, 11); // beyond 10: nothing
-  EXPECT_EQ(lines, (Lines{"(168) unknown option \"-x\" (warning)\n",
-                          "(962) forced data conflict at address 1h between a and b\n",
-                          "(962) forced data conflict at address 1h between a and b (warning)\n",
-                          "(168) unknown option \"-y\"\n"}));
-}
-
 // "%m" is the system error text of errno at the call, empty for none.
 TEST_F(Alert, TypedKindsAndSystemErrorText) {
   alert_typed(7000, "e", "e%d", 1);
@@ -193,16 +146,6 @@ TEST_F(Alert, FormatterOverflowIsNoted) {
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(alert_format("%d-%s", 4, "x"), "4-x");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");
-}
-
-TEST_F(Alert, ObserverSeesPrintedMessagesOnly) {
-  static std::vector<int> kinds;
-  kinds.clear();
-  alert_setObserver([](int kind, const char *) { kinds.push_back(kind); });
-  alert_disable("962");
-  alert(962, "1h", "a", "b");
-  alert(168, "-x");
-  EXPECT_EQ(kinds, std::vector<int>{MSG_ERROR});
 }
 
 // Running out of memory ends the run through message 296, never abort, and

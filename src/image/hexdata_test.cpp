@@ -85,22 +85,6 @@ TEST_F(ImageTest, WholeAddressSpaceOnASparseImage) {
 
 // Each operation's results add up to 0 when all are refused; a refusal
 // changes nothing.
-// A merge that clashes on every byte of a large overlap keeps the first
-// clashes with their addresses, counts the rest, and keeps the older data.
-TEST_F(ImageTest, ConflictingMergeKeepsABoundedErrorList) {
-  Image d = newImage(), s = newImage();
-  const uint64_t n = HEX_ERRORS_KEPT + 0x1000;
-  const std::vector<uint8_t> ones(n, 1), twos(n, 2);
-  hex_storeBytes(d.get(), 0x100, ones.data(), n);
-  hex_storeBytes(s.get(), 0x100, twos.data(), n);
-  EXPECT_EQ(copyRows(d.get(), s.get(), 0), 0);
-  EXPECT_EQ(hex_errorCount(), HEX_ERRORS_KEPT);
-  EXPECT_EQ(hex_errorsDropped(), 0x1000u);
-  EXPECT_EQ(hex_errorAt(HEX_ERRORS_KEPT - 1).addr, 0x100 + HEX_ERRORS_KEPT - 1);
-  for (uint64_t a = 0x100; a < 0x100 + n; a += 0x7FF)
-    ASSERT_EQ(hex_getByte(d.get(), a), 1) << a;
-}
-
 TEST_F(ImageTest, RefusalsAreRecordedAndChangeNothing) {
   Image h = newImage(), e = newImage(), s = newImage();
   hexdata *H = h.get(), *E = e.get(), *S = s.get();

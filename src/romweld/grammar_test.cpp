@@ -1,35 +1,12 @@
+// The value grammar's number reader over every radix; the range and code
+// string helpers' messages are in parse_test.cpp.
 #include "romweld/grammar.h"
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <vector>
 
-#include "common/alert.h"
-#include "romweld/args.h"
-#include "romweld/settings.h"
 
 namespace {
-
-std::vector<std::string> g_lines;
-void collect(const char *line) { g_lines.push_back(line); }
-
-// Captures the messages of one test and restores the run afterwards.
-class Grammar : public testing::Test {
-protected:
-  void SetUp() override {
-    alert_resetForTests();
-    alert_setSink(collect);
-    g_lines.clear();
-    romweld_reset();
-    arg.str = "-OPT=value";
-  }
-  void TearDown() override {
-    alert_setSink(nullptr);
-    romweld_reset();
-  }
-  romweld_arg arg;
-};
 
 struct NumberRow {
   const char *text;
@@ -104,93 +81,6 @@ TEST(ReadNumber, Table) {
     }
     EXPECT_EQ(static_cast<size_t>(r.end - row.text), row.end);
   }
-}
-
-// The number helper's messages are seen through the range helper here, and
-// with each option's own wording in test/cli.
-TEST_F(Grammar, RangeHelper) {
-  struct Row {
-    const char *text;
-    const char *message;
-    uint64_t lo, hi;
-    char stop;
-  };
-  const Row rows[] = {
-      {"10-20@", nullptr, 0x10, 0x20, '@'},
-      {"20-10", nullptr, 0x20, 0x10, '\0'}, // order is the caller's concern
-      {"FFFFFFFFFFFFFFFF-0", nullptr, ~uint64_t(0), 0, '\0'}, // 8 bytes fit
-      {"G-5", "cannot determine start address", 0, 0, 0},
-      {"10000000000000000-1", "start address is too wide, it must be <= 8 bytes", 0, 0, 0},
-      {"10", "range requires an end address", 0, 0, 0},
-      {"10:20", "range requires an end address", 0, 0, 0},
-      {"5-", "cannot determine end address", 0, 0, 0},
-      {"1-10000000000000000", "end address is too wide, it must be <= 8 bytes", 0, 0, 0},
-  };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(row.text);
-    g_lines.clear();
-    rangereq r{&arg, row.text, RADIX_16};
-    grammar_range(&r);
-    if (!row.message) {
-      EXPECT_FALSE(r.error);
-      EXPECT_EQ(r.startValue, row.lo);
-      EXPECT_EQ(r.endValue, row.hi);
-      EXPECT_EQ(*r.end, row.stop);
-      continue;
-    }
-    EXPECT_TRUE(r.error);
-    ASSERT_EQ(g_lines.size(), 1u);
-    EXPECT_NE(g_lines[0].find(row.message), std::string::npos) << g_lines[0];
-  }
-}
-
-TEST_F(Grammar, CodeString) {
-  struct Row {
-    const char *text;
-    int policy;
-    std::vector<uint8_t> bytes;
-    const char *message; // the error, or the warning when bytes are given
-  };
-  const Row rows[] = {
-      {"0x1234@", NIBBLE_ERROR, {0x12, 0x34}, nullptr},
-      {"abCD", NIBBLE_ERROR, {0xAB, 0xCD}, nullptr},
-      {"ABC", NIBBLE_FIRST_PAD_ZERO, {0x0A, 0xBC},
-       "code contains an uneven number of nibbles and will be zero padded to \"0ABC\""},
-      {"ABC", NIBBLE_FIRST_TRUNCATE, {0xBC},
-       "code contains an uneven number of nibbles and will be truncated to \"BC\""},
-      {"ABC", NIBBLE_LAST_TRUNCATE, {0xAB},
-       "code contains an uneven number of nibbles and will be truncated to \"AB\""},
-      {"ABC", NIBBLE_ERROR, {}, "code contains an uneven number of nibbles"},
-      {"-12", NIBBLE_ERROR, {}, "code must be in unsigned hexadecimal"},
-      {"+12", NIBBLE_ERROR, {}, "code must be in unsigned hexadecimal"},
-      {"0x", NIBBLE_ERROR, {}, "code is empty"},
-      {"@1000", NIBBLE_FIRST_PAD_ZERO, {}, "code is empty"},
-  };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(testing::Message() << row.text << " policy " << row.policy);
-    g_lines.clear();
-    codereq r{&arg, "code", row.text, row.policy, {}};
-    grammar_codeString(&r);
-    EXPECT_EQ(r.error, row.bytes.empty());
-    EXPECT_EQ(r.result, row.bytes);
-    if (row.message) {
-      ASSERT_EQ(g_lines.size(), 1u);
-      EXPECT_NE(g_lines[0].find(row.message), std::string::npos) << g_lines[0];
-    } else {
-      EXPECT_TRUE(g_lines.empty());
-    }
-    if (!r.error) {
-      EXPECT_EQ(*r.end, std::string(row.text).back() == '@' ? '@' : '\0');
-    }
-  }
-}
-
-TEST_F(Grammar, TruncatingTheOnlyNibbleLeavesNothing) {
-  codereq r{&arg, "code", "A", NIBBLE_FIRST_TRUNCATE, {}};
-  grammar_codeString(&r);
-  EXPECT_TRUE(r.error);
-  ASSERT_EQ(g_lines.size(), 2u); // the truncation warning, then the error
-  EXPECT_NE(g_lines[1].find("code is empty"), std::string::npos) << g_lines[1];
 }
 
 } // namespace

@@ -62,24 +62,4 @@ TEST(OptSerial, PlacesTheBytes) {
   args_reset();
 }
 
-// No option preserves data yet; preserved data refuses even forced data.
-TEST(OptSerial, PreservedDataRefusesSerialsAndStrings) {
-  alert_setSink(collect);
-  for (auto [opt, what, left] : {std::tuple{"+-SERIAL=99@11", "serial", "11=42"},
-                                 std::tuple{"-STRING@10=A", "string", "10=41 11=42"}}) {
-    args_reset();
-    g_line.clear();
-    hexdata *h = ihex_getImage(romweld.hex = ihex_create());
-    hex_storeByte(h, 0x11, 0x42);
-    hex_preserveData(h, 0x11, 0x11, 1);
-    ASSERT_TRUE(args_add(opt));
-    EXPECT_FALSE(args_all().back()->op(args_all().back().get()));
-    EXPECT_EQ(g_line, "(1600) \"" + std::string(opt) + "\" argument : cannot insert " + what +
-                          " data at address 0x11 because existing data is preserved\n");
-    EXPECT_EQ(bytes(h), left);
-  }
-  alert_setSink(nullptr);
-  args_reset();
-}
-
 } // namespace

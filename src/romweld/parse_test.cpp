@@ -239,6 +239,17 @@ TEST(Parse, EachTextFillsItsRecordOrSaysWhatIsWrong) {
       {"r100-1FFs-200,x.hex", "offset would place data below address 0"},
       {"s-200r100-1FF,x.hex", "offset would place data below address 0"},
       {"q1,x.hex", "malformed option"},
+      // The range and code string helpers
+      {"-MASK=FF@10", "range requires an end address"},
+      {"-MASK=FF@10:20", "range requires an end address"},
+      {"-MASK=FF@5-", "cannot determine end address"},
+      {"-MASK=FF@10000000000000000-1", "start address is too wide, it must be <= 8 bytes"},
+      {"-MASK=FF@1-10000000000000000", "end address is too wide, it must be <= 8 bytes"},
+      {"-SERIAL=-12@0", "code-sequence must be in unsigned hexadecimal"},
+      {"-SERIAL=0x@0", "code-sequence is empty"},
+      // Intended: truncating the only nibble leaves nothing, then no code.
+      {"-CK=0-1@2g1tA", "trailing code bytes contains an uneven number of nibbles and will be "
+                        "truncated to \"\" (warning) | trailing code bytes is empty"},
       // "-ck" claims a file name that begins with it.
       {"-CKSUM.hex", "malformed option"},
       {"-C=0-1@2g1", "no option"},

@@ -45,29 +45,4 @@ TEST(Units, AddressesScaleOrRefuse) {
   }
 }
 
-TEST(Units, OffsetsScaleWithTheirSign) {
-  struct Row {
-    int64_t value;
-    uint32_t unit;
-    bool fits;
-    int64_t bytes;
-  };
-  const Row rows[] = {
-      {0, 8, true, 0},
-      {-1, 0, true, -1},
-      {-1, 8, true, -8},
-      {-0x80000000LL, 8, true, -0x400000000LL},
-      {INT64_MIN / 8, 8, true, INT64_MIN},
-      {INT64_MIN / 8 - 1, 8, false, 0},
-      {INT64_MAX / 8, 8, true, INT64_MAX / 8 * 8},
-      {INT64_MAX / 8 + 1, 8, false, 0},
-  };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(testing::Message() << row.value << " unit " << row.unit);
-    int64_t bytes = 0xDEAD;
-    EXPECT_EQ(units_scaleOffset(row.value, row.unit, &bytes), row.fits);
-    EXPECT_EQ(bytes, row.fits ? row.bytes : 0xDEAD);
-  }
-}
-
 } // namespace
