@@ -378,6 +378,7 @@ bool readStream(ihex *x, FILE *in, const ihex_readspec *spec, const hexdata *mer
   place_sink sink(x->image, spec, mergeInto);
   reader r{x, &sink};
   const bool ok = readBlocks(r, in);
+  place_finish(&sink);
   if (placed)
     *placed = place_extent(&sink);
   return ok;

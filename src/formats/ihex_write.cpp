@@ -125,7 +125,20 @@ int ihex_write(const ihex *x, FILE *out, unsigned code) {
     uint64_t base = 0, next = hex_getLoAddr(img), a = 0;
     bool extended = false;
     uint8_t data[256];
-    while (next <= hi && hex_nextPresent(img, next, &a)) {
+    // The row the last record ended in: the next record usually starts there.
+    const hex_row *last = nullptr;
+    uint64_t lastRow = 0;
+    auto nextByte = [&](uint64_t from, uint64_t *found) {
+      if (last && hex_rowOf(from) == lastRow) {
+        const unsigned c = plane_next(last->present, unsigned(from & 0xFF), 255, true);
+        if (c <= 255) {
+          *found = (lastRow << 8) + c;
+          return true;
+        }
+      }
+      return hex_nextPresent(img, from, found);
+    };
+    while (next <= hi && nextByte(next, &a)) {
       if (a - base >= 0x10000 || (code == 3 && !extended)) {
         base = a & ~0xFFFFull;
         if (code == 1)
@@ -145,6 +158,8 @@ int ihex_write(const ihex *x, FILE *out, unsigned code) {
         const hex_row *row = hex_getRow(img, hex_rowOf(at));
         if (!row)
           break;
+        last = row;
+        lastRow = hex_rowOf(at);
         const uint32_t col = static_cast<uint32_t>(at & 0xFF);
         const uint32_t m = static_cast<uint32_t>(std::min<uint64_t>(limit - k, 256 - col));
         const uint32_t j = plane_next(row->present, col, col + m - 1, false) - col;

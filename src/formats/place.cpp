@@ -93,11 +93,44 @@ struct place_dropped {
 
 namespace {
 
+void flushNotes(place_sink &r) {
+  if (r.notePending)
+    hex_setNote(r.img, r.noteLo, r.noteHi, r.spec->policy.owner);
+  r.notePending = false;
+}
+
+bool continuesNotes(const place_sink &r, uint64_t ia) {
+  return r.notePending && ia == r.noteHi + 1 && r.noteHi != UINT64_MAX;
+}
+
+// Before a store at ia: a byte stored again must find the note of the
+// store before it (a forced conflict names that owner), so the pending
+// notes go on unless ia continues them.
+void beforeStore(place_sink &r, uint64_t ia) {
+  if (!continuesNotes(r, ia))
+    flushNotes(r);
+}
+
+// Gives ia..last the owner's note: records follow one another, so the
+// notes of a whole run of them go on in one call.
+void note(place_sink &r, uint64_t ia, uint64_t last) {
+  if (!r.spec || !r.spec->policy.owner)
+    return;
+  if (continuesNotes(r, ia)) {
+    r.noteHi = last;
+    return;
+  }
+  flushNotes(r);
+  r.noteLo = ia;
+  r.noteHi = last;
+  r.notePending = true;
+}
+
 // Stores a stretch into the stream's image as a plain store with its note.
 bool keep(place_sink &r, uint64_t ia, const uint8_t *d, uint64_t n) {
+  beforeStore(r, ia);
   bool all = hex_storeBytes(r.img, ia, d, n) == n;
-  if (r.spec && r.spec->policy.owner)
-    hex_setNote(r.img, ia, ia + n - 1, r.spec->policy.owner);
+  note(r, ia, ia + n - 1);
   return all;
 }
 
@@ -180,7 +213,9 @@ place_sink::place_sink(hexdata *image, const ihex_readspec *readSpec, const hexd
   }
 }
 
-place_sink::~place_sink() = default;
+place_sink::~place_sink() { flushNotes(*this); }
+
+void place_finish(place_sink *s) { flushNotes(*s); }
 
 place_result place_piece(place_sink *r, uint64_t fa, const uint8_t *d, uint64_t n) {
   if (n == 0)
@@ -216,13 +251,11 @@ place_result place_piece(place_sink *r, uint64_t fa, const uint8_t *d, uint64_t 
   if (r->drop)
     return storeDropping(*r, ia, d, n) ? PLACE_OK : PLACE_REFUSED;
   const bool force = s && s->policy.clobber;
+  beforeStore(*r, ia);
   const place_result result = hex_putBytes(r->img, ia, d, n, force) == n ? PLACE_OK : PLACE_REFUSED;
-  if (s) {
-    if (s->policy.preserve)
-      hex_preserveData(r->img, ia, ia + n - 1, 1);
-    if (s->policy.owner)
-      hex_setNote(r->img, ia, ia + n - 1, s->policy.owner);
-  }
+  if (s && s->policy.preserve)
+    hex_preserveData(r->img, ia, ia + n - 1, 1);
+  note(*r, ia, ia + n - 1);
   return result;
 }
 

@@ -50,6 +50,9 @@ struct place_sink {
   hexdata *img;
   const ihex_readspec *spec;
   std::unique_ptr<place_dropped> drop; // null: every byte is kept
+  // The owner's note goes on one stretch of consecutive pieces at a time.
+  uint64_t noteLo = 0, noteHi = 0;
+  bool notePending = false;
 };
 
 enum place_result {
@@ -58,6 +61,10 @@ enum place_result {
   PLACE_STOP,    // EBELOWZERO: the offset puts data below address 0; stop reading
 };
 place_result place_piece(place_sink *s, uint64_t fileAddr, const uint8_t *d, uint64_t n);
+
+// Ends the placing (the last notes go on); a reader calls it once the
+// stream is read, before place_extent.
+void place_finish(place_sink *s);
 
 // The addresses the stream placed: the image's extent widened by the bytes
 // left out.
