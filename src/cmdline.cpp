@@ -28,6 +28,8 @@ struct builder {
   bool expand(const std::string &arg);
 };
 
+// False on a read error, or when the text grows past the command-file
+// limit (a stream whose size is not known beforehand: a pipe, a terminal).
 bool readAll(FILE *fp, std::string &text, const std::string &prompt) {
   // A terminal gets a prompt per line; a command file never is one.
   bool tty = isatty(fileno(fp));
@@ -38,6 +40,10 @@ bool readAll(FILE *fp, std::string &text, const std::string &prompt) {
   }
   while (std::fgets(buf, sizeof buf, fp)) {
     text += buf;
+    if (text.size() > CMDLINE_MAX_FILE_BYTES) {
+      errno = EFBIG;
+      return false;
+    }
     if (tty && !text.empty() && text.back() == '\n') {
       std::printf("%s> ", prompt.c_str());
       std::fflush(stdout);
@@ -71,6 +77,12 @@ bool builder::expand(const std::string &arg) {
     complete = false;
     return true;
   }
+  if (uint64_t(st.st_size) > CMDLINE_MAX_FILE_BYTES) {
+    std::fclose(fp);
+    alert<1600>(arg.c_str(), "command file is larger than 1 MiB");
+    complete = false;
+    return true;
+  }
   std::string text;
   const bool read = readAll(fp, text, programPath);
   const int readErrno = errno;
@@ -78,7 +90,10 @@ bool builder::expand(const std::string &arg) {
   if (!read) {
     // Part of a command file would silently shorten the argument list.
     alert<1600>(arg.c_str(),
-          alert_format("read error in command file (%s)", std::strerror(readErrno)).c_str());
+                readErrno == EFBIG
+                    ? "command file is larger than 1 MiB"
+                    : alert_format("read error in command file (%s)", std::strerror(readErrno))
+                          .c_str());
     complete = false;
     return true;
   }

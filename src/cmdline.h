@@ -13,6 +13,9 @@
 constexpr size_t CMDLINE_MAX_WORD = 2047;
 // Deepest nesting of command files.
 constexpr unsigned CMDLINE_MAX_DEPTH = 16;
+// A command file holds options, not data: one larger than this is refused
+// at once, before it is read.
+constexpr size_t CMDLINE_MAX_FILE_BYTES = size_t(1) << 20;
 
 // *complete (when given) becomes false when a command file could not be
 // expanded whole (a read error, a file that includes itself, nesting too

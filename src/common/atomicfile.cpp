@@ -16,7 +16,8 @@ struct atomic_file {
   FILE *fp = nullptr;
   std::string target; // the final target, links followed
   std::string tmp;    // empty when the target is written straight to
-  bool keepAtExit = false;
+  bool finished = false; // closed, text checked, not yet in place
+  bool wrote = false;    // when finished: all of the text was written
 };
 
 namespace {
@@ -77,9 +78,8 @@ mode_t newFileMode() {
   return 0666 & ~mask;
 }
 
-// Temporaries still open: at normal exit those kept at exit are put in
-// place and the others removed. Never destroyed, as exit handlers run after
-// static destructors may have started.
+// Temporaries not yet put in place: removed at normal exit. Never
+// destroyed, as exit handlers run after static destructors may have started.
 std::vector<atomic_file *> &pending() {
   static auto *files = new std::vector<atomic_file *>;
   return *files;
@@ -98,13 +98,8 @@ void forgetPending(atomic_file *f) {
 
 void finishAtExit() {
   auto &v = pending();
-  while (!v.empty()) {
-    atomic_file *f = v.back();
-    if (f->keepAtExit)
-      atomic_commit(f);
-    else
-      atomic_discard(f);
-  }
+  while (!v.empty())
+    atomic_discard(v.back());
 }
 
 void addPending(atomic_file *f) {
@@ -118,7 +113,7 @@ void addPending(atomic_file *f) {
 
 } // namespace
 
-atomic_file *atomic_open(const std::string &dest, bool keepAtExit, std::string *tried) {
+atomic_file *atomic_open(const std::string &dest, std::string *tried) {
   resolved r;
   if (!resolve(dest, &r)) {
     *tried = dest;
@@ -126,7 +121,6 @@ atomic_file *atomic_open(const std::string &dest, bool keepAtExit, std::string *
   }
   auto *f = new atomic_file;
   f->target = r.path;
-  f->keepAtExit = keepAtExit;
   int fd;
   if (r.direct) {
     *tried = dest;
@@ -158,42 +152,69 @@ atomic_file *atomic_open(const std::string &dest, bool keepAtExit, std::string *
 
 FILE *atomic_stream(const atomic_file *f) { return f->fp; }
 
-atomic_result atomic_commit(atomic_file *f) {
-  forgetPending(f);
+std::string atomic_targetOf(const std::string &dest) {
+  resolved r;
+  if (!resolve(dest, &r))
+    return dest;
+  char dir[PATH_MAX];
+  if (!realpath(os_dirname(r.path).c_str(), dir))
+    return r.path;
+  const size_t slash = r.path.find_last_of('/');
+  return os_join(dir, slash == std::string::npos ? r.path : r.path.substr(slash + 1));
+}
+
+bool atomic_finish(atomic_file *f) {
   bool wrote = std::fflush(f->fp) == 0 && !std::ferror(f->fp);
-  if (f->tmp.empty()) {
-    wrote = std::fclose(f->fp) == 0 && wrote;
-    delete f;
-    return wrote ? ATOMIC_OK : ATOMIC_WRITE_FAILED;
-  }
-  // The mode is set before the rename, so the text never shows under the
-  // target's name with the temporary's private mode.
-  const int fd = fileno(f->fp);
-  struct stat st;
-  if (stat(f->target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
-    // Owner first: changing it clears set-user-ID bits the mode restores.
-    // Where the owner cannot be given away, the mode still follows.
-    if (fchown(fd, st.st_uid, st.st_gid) != 0) {
+  if (!f->tmp.empty()) {
+    // The mode is set before the rename, so the text never shows under the
+    // target's name with the temporary's private mode.
+    const int fd = fileno(f->fp);
+    struct stat st;
+    if (stat(f->target.c_str(), &st) == 0 && S_ISREG(st.st_mode)) {
+      // Owner first: changing it clears set-user-ID bits the mode restores.
+      // Where the owner cannot be given away, the mode still follows.
+      if (fchown(fd, st.st_uid, st.st_gid) != 0) {
+      }
+      fchmod(fd, st.st_mode & 07777);
+    } else {
+      fchmod(fd, newFileMode());
     }
-    fchmod(fd, st.st_mode & 07777);
-  } else {
-    fchmod(fd, newFileMode());
   }
   wrote = std::fclose(f->fp) == 0 && wrote;
-  atomic_result r = ATOMIC_OK;
-  if (!wrote)
-    r = ATOMIC_WRITE_FAILED;
-  else if (!os_renameTemp(f->tmp, f->target))
-    r = ATOMIC_CREATE_FAILED;
-  if (r != ATOMIC_OK)
+  f->fp = nullptr;
+  f->finished = true;
+  f->wrote = wrote;
+  if (!wrote && !f->tmp.empty()) {
+    forgetPending(f);
     os_removeTemp(f->tmp);
+    f->tmp.clear();
+  }
+  return wrote;
+}
+
+bool atomic_place(atomic_file *f) {
+  forgetPending(f);
+  bool placed = f->wrote;
+  if (placed && !f->tmp.empty() && !os_renameTemp(f->tmp, f->target)) {
+    os_removeTemp(f->tmp);
+    placed = false;
+  }
   delete f;
-  return r;
+  return placed;
+}
+
+atomic_result atomic_commit(atomic_file *f) {
+  if (!atomic_finish(f)) {
+    atomic_discard(f);
+    return ATOMIC_WRITE_FAILED;
+  }
+  return atomic_place(f) ? ATOMIC_OK : ATOMIC_CREATE_FAILED;
 }
 
 void atomic_discard(atomic_file *f) {
   forgetPending(f);
-  std::fclose(f->fp);
+  if (f->fp)
+    std::fclose(f->fp);
   if (!f->tmp.empty())
     os_removeTemp(f->tmp);
   delete f;

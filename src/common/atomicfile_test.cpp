@@ -15,7 +15,7 @@ TEST(AtomicFile, NewFileGetsTheUmaskModeNotTheTemporarys) {
   const std::string dest = std::string(tmpl) + "/new.hex";
   const mode_t old = umask(027);
   std::string tried;
-  atomic_file *f = atomic_open(dest, false, &tried);
+  atomic_file *f = atomic_open(dest, &tried);
   ASSERT_NE(f, nullptr) << tried;
   EXPECT_EQ(atomic_commit(f), ATOMIC_OK);
   umask(old);

@@ -178,6 +178,11 @@ void installHandlers() {
       sigaddset(&sa.sa_mask, s);
     sigaction(sig, &sa, nullptr);
   }
+  // A closed pipe or an exceeded file-size limit is a write error that the
+  // writer reports, not a signal that ends the run without a word and
+  // leaves its temporaries behind.
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGXFSZ, SIG_IGN);
 }
 
 // Call with the end signals held.

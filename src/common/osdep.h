@@ -51,7 +51,9 @@ bool os_renameTemp(const std::string &tmp, const std::string &dest);
 void os_removeTemp(const std::string &tmp);
 
 // Takes SIGINT, SIGTERM and SIGHUP over now, as registering the first
-// temporary would: from here on they end the process with status 1.
+// temporary would: from here on they end the process with status 1. SIGPIPE
+// and SIGXFSZ are ignored, so a closed pipe or a file-size limit shows as a
+// failed write.
 void os_catchEndSignals();
 
 // Removes everything still registered and ends the process with `status`

@@ -8,7 +8,6 @@
 #include <strings.h>
 
 #include "common/alert.h"
-#include "common/atomicfile.h"
 #include "image/hex_errno.h"
 #include "romweld/log.h"
 #include "romweld/options.h"
@@ -148,24 +147,11 @@ std::vector<std::unique_ptr<romweld_arg>> g_args;
 // Help replaces the run: nothing is read or written after it.
 step_result endAfterHelp(size_t ran) { return ran > 0 ? STEP_DONE : STEP_NEXT; }
 
-// The log is written beside its target and put in place when the run ends,
-// successful or not (a fatal message or the error limit included), so a
-// log path that names an input never empties it before it is read.
-step_result openLog(size_t) {
+// The output's directory and the log are checked, and the log opened,
+// before anything is read.
+step_result prepareFiles(size_t) {
   hex_clearErrors();
-  if (!romweld.log.path)
-    return STEP_NEXT;
-  std::string tried;
-  romweld.log.file = atomic_open(*romweld.log.path, true, &tried);
-  if (!romweld.log.file) {
-    alert<141>("romweld log-file", romweld.log.path->c_str());
-    return STEP_FAIL;
-  }
-  romweld.log.fp = atomic_stream(romweld.log.file);
-  // A map can run to tens of megabytes: write it in large blocks.
-  std::setvbuf(romweld.log.fp, nullptr, _IOFBF, size_t(1) << 20);
-  log_writeOpening();
-  return STEP_NEXT;
+  return output_prepare() ? STEP_NEXT : STEP_FAIL;
 }
 
 step_result outputDefaults(size_t) {
@@ -180,37 +166,16 @@ step_result outputDefaults(size_t) {
 step_result ensureImage(size_t) {
   if (romweld.hex)
     return STEP_NEXT;
-  hex_clearErrors();
   romweld.hex = ihex_create();
-  if (!romweld.hex)
-    alert_outOfMemory();
   return STEP_NEXT;
 }
 
-step_result writeOutput(size_t) { return output_stage() ? STEP_NEXT : STEP_FAIL; }
+step_result writeOutput(size_t) { return output_write() ? STEP_NEXT : STEP_FAIL; }
 
-step_result closeLog(size_t) {
-  if (!romweld.log.path)
-    return STEP_DONE;
-  // Problems of earlier steps have been reported; only the log's own count.
-  hex_clearErrors();
-  if (romweld.log.file) {
-    log_writeClosing();
-    const char *path = romweld.log.path->c_str();
-    const atomic_result r = atomic_commit(romweld.log.file);
-    romweld.log.file = nullptr;
-    romweld.log.fp = nullptr;
-    if (r == ATOMIC_WRITE_FAILED) {
-      alert<413>(path);
-      return STEP_FAIL;
-    }
-    // As for the output file, failing to put a complete text in place is
-    // reported without stopping the run.
-    if (r == ATOMIC_CREATE_FAILED)
-      alert<378>("romweld log-file", path);
-  }
-  return hex_errno() == EOK ? STEP_DONE : STEP_FAIL;
-}
+// The log's text is completed before either file is put in place.
+step_result closeLog(size_t) { return output_closeLog() ? STEP_NEXT : STEP_FAIL; }
+
+step_result placeFiles(size_t) { return output_place() ? STEP_DONE : STEP_FAIL; }
 
 } // namespace
 
@@ -219,7 +184,7 @@ step_result closeLog(size_t) {
 // merged data, fills and stored checksums alike.
 const argt_step argt_steps[] = {
     {1, 1, {ARGT_HELP}, false, endAfterHelp},
-    {2, 2, {}, false, openLog},
+    {2, 2, {}, false, prepareFiles},
     {3, 3, {ARGT_ADDRESSING, ARGT_FORMAT}, false, nullptr},
     {4, 4, {}, false, outputDefaults},
     {5, 5, {ARGT_SLA, ARGT_SSA}, false, nullptr},
@@ -237,6 +202,7 @@ const argt_step argt_steps[] = {
     {17, 17, {ARGT_SIZE}, false, nullptr},
     {18, 21, {}, false, writeOutput},
     {22, 22, {}, false, closeLog},
+    {23, 23, {}, false, placeFiles},
 };
 const size_t argt_stepCount = sizeof argt_steps / sizeof argt_steps[0];
 

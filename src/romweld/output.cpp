@@ -1,17 +1,26 @@
-// Output stage: start addresses into the run's hex object, then the HEX
-// text to a temporary file beside the output file that replaces it only
-// when all of it was written (or to standard output when no -O names a
-// file, or straight to a device or descriptor that -O names).
+// The files a run writes: the output (a temporary file beside the output
+// file, or standard output, or straight to a device or descriptor that -O
+// names) and the log (a temporary file beside its target). Nothing is put
+// in place until both texts are complete: a run that fails leaves every
+// existing file as it was, and a temporary not put in place is removed when
+// the process ends, however it ends.
 #include "romweld/output.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <string>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include "common/alert.h"
 #include "common/atomicfile.h"
 #include "image/hex_errno.h"
 #include "formats/ihex.h"
+#include "common/osdep.h"
 #include "romweld/args.h"
+#include "romweld/argspec.h"
+#include "romweld/drain.h"
+#include "romweld/log.h"
 #include "romweld/settings.h"
 
 namespace {
@@ -53,9 +62,88 @@ bool setStartAddresses(ihex *x) {
   return true;
 }
 
+
+// The path the output goes to, decided by the last -O given (a bare -O
+// writes nothing); null for standard output or none.
+const std::string *outputPath() {
+  const std::string *path = nullptr;
+  for (const auto &a : args_all())
+    if (const auto *o = std::get_if<outfile_spec>(&a->spec))
+      path = o->path ? &*o->path : nullptr;
+  return path;
+}
+
+// Whether a and b name one file, through links: the same device and inode,
+// or, for a file not made yet, the same place.
+bool sameFile(const std::string &a, const std::string &b) {
+  struct stat sa, sb;
+  if (stat(a.c_str(), &sa) == 0 && stat(b.c_str(), &sb) == 0)
+    return sa.st_dev == sb.st_dev && sa.st_ino == sb.st_ino;
+  return atomic_targetOf(a) == atomic_targetOf(b);
+}
+
+// A log that would replace an input or the output destroys what the run
+// reads or writes: refused before anything is read.
+bool logClashes(const std::string &log, const std::string *out) {
+  const romweld_arg *logArg = nullptr;
+  for (const auto &a : args_all())
+    if (a->id == ARGT_LOGFILE)
+      logArg = a.get();
+  ROMWELD_ASSERT(logArg != nullptr);
+  for (const auto &a : args_all()) {
+    const auto *in = std::get_if<infile_spec>(&a->spec);
+    if (in && sameFile(log, in->path)) {
+      arg_error(logArg, "log-file names the input file \"%s\"", in->path.c_str());
+      return true;
+    }
+  }
+  if (out && sameFile(log, *out)) {
+    arg_error(logArg, "log-file names the output file \"%s\"", out->c_str());
+    return true;
+  }
+  return false;
+}
+
+// The directory a new file at path would go into can take it: it exists
+// and may be written.
+bool directoryTakes(const std::string &path) {
+  struct stat st;
+  if (lstat(path.c_str(), &st) == 0 && !S_ISREG(st.st_mode))
+    return true; // a device, a link or a directory: judged when opened
+  const std::string dir = os_dirname(path);
+  return stat(dir.c_str(), &st) == 0 && S_ISDIR(st.st_mode) && access(dir.c_str(), W_OK | X_OK) == 0;
+}
+
 } // namespace
 
-bool output_stage() {
+bool output_prepare() {
+  const std::string *out = outputPath();
+  if (out && !directoryTakes(*out)) {
+    alert<MSG_CANT_CREATE>("output hex-file", out->c_str());
+    return false;
+  }
+  if (!romweld.log.path)
+    return true;
+  const std::string &log = *romweld.log.path;
+  if (logClashes(log, out)) {
+    errno = EEXIST;
+    alert<MSG_CANT_OPEN>("romweld log-file", log.c_str());
+    return false;
+  }
+  std::string tried;
+  romweld.log.file = atomic_open(log, &tried);
+  if (!romweld.log.file) {
+    alert<MSG_CANT_OPEN>("romweld log-file", log.c_str());
+    return false;
+  }
+  romweld.log.fp = atomic_stream(romweld.log.file);
+  // A map can run to tens of megabytes: write it in large blocks.
+  std::setvbuf(romweld.log.fp, nullptr, _IOFBF, size_t(1) << 20);
+  log_writeOpening();
+  return true;
+}
+
+bool output_write() {
   // Earlier steps of the run have settled the format, record length and image.
   ROMWELD_ASSERT(romweld.hex && romweld.output.format && romweld.output.maxLength != 0);
   ihex *x = romweld.hex;
@@ -67,11 +155,10 @@ bool output_stage() {
   const outformat *f = romweld.output.format;
   const bool toFile = romweld.output.path.has_value();
   const char *where = toFile ? romweld.output.path->c_str() : "stdout";
-  atomic_file *file = nullptr;
   FILE *out = stdout;
   if (toFile) {
     std::string tried;
-    file = atomic_open(*romweld.output.path, false, &tried);
+    atomic_file *file = atomic_open(*romweld.output.path, &tried);
     if (!file) {
       if (tried == *romweld.output.path)
         alert<MSG_CANT_CREATE>("output hex-file", where);
@@ -79,6 +166,7 @@ bool output_stage() {
         alert<MSG_CANT_OPEN>("temporary hex-file", tried.c_str());
       return false;
     }
+    romweld.output.file = file;
     out = atomic_stream(file);
   }
 
@@ -97,29 +185,45 @@ bool output_stage() {
       alert<MSG_NONCONFORMING>(rangeReason(e.num), f->name);
       good = false;
     } else {
-      good = false;
+      drain_unexpected(e.code);
     }
   }
-  if (!toFile) {
-    if (std::fflush(stdout) != 0 || std::ferror(stdout))
-      writeFailed = true;
-  } else if (writeFailed || !good) {
-    atomic_discard(file); // an existing output stays as it was
-  } else {
-    switch (atomic_commit(file)) {
-    case ATOMIC_OK:
-      break;
-    case ATOMIC_WRITE_FAILED:
-      writeFailed = true;
-      break;
-    case ATOMIC_CREATE_FAILED:
-      // The text is complete; only putting it in place failed, and the
-      // run goes on to finish its log.
-      alert<MSG_CANT_CREATE>("output hex-file", where);
-      return true;
-    }
-  }
+  if (!toFile && (std::fflush(stdout) != 0 || std::ferror(stdout)))
+    writeFailed = true;
   if (writeFailed)
-    alert<MSG_WRITE_ERROR>(where); // fatal
-  return good && !writeFailed;
+    alert<MSG_WRITE_ERROR>(where); // fatal: the temporary goes at exit
+  return good;
+}
+
+bool output_closeLog() {
+  if (!romweld.log.file)
+    return true;
+  log_writeClosing();
+  romweld.log.fp = nullptr;
+  if (!atomic_finish(romweld.log.file))
+    alert<MSG_WRITE_ERROR>(romweld.log.path->c_str()); // fatal
+  return true;
+}
+
+bool output_place() {
+  atomic_file *out = romweld.output.file, *log = romweld.log.file;
+  romweld.output.file = romweld.log.file = nullptr;
+  if (out && !atomic_finish(out))
+    alert<MSG_WRITE_ERROR>(romweld.output.path->c_str()); // fatal
+  // Both texts are complete: the output goes in place first, the log
+  // after it, and a log that cannot follow fails the run as well.
+  bool placed = true;
+  if (out && !atomic_place(out)) {
+    alert<MSG_CANT_CREATE>("output hex-file", romweld.output.path->c_str());
+    placed = false;
+  }
+  if (log && !placed) {
+    atomic_discard(log);
+    log = nullptr;
+  }
+  if (log && !atomic_place(log)) {
+    alert<MSG_CANT_CREATE>("romweld log-file", romweld.log.path->c_str());
+    placed = false;
+  }
+  return placed;
 }

@@ -20,9 +20,11 @@ const outformat outformat_table[5] = {
 const outformat *outformat_default() { return &outformat_table[2]; }
 
 void romweld_reset() {
-  // The run is over: its log goes in place, complete or not.
+  // Texts not put in place by the end of the run never replace anything.
   if (romweld.log.file)
-    atomic_commit(romweld.log.file);
+    atomic_discard(romweld.log.file);
+  if (romweld.output.file)
+    atomic_discard(romweld.output.file);
   if (romweld.hex)
     ihex_destroy(romweld.hex);
   romweld = romweld_settings{};

@@ -42,6 +42,7 @@ struct romweld_settings {
     bool suppress = false;
     const outformat *format = nullptr;
     uint32_t maxLength = 0;
+    atomic_file *file = nullptr; // written, not yet in place
   } output;
   uint32_t addressing = 0;
   startaddr sla;
@@ -49,7 +50,7 @@ struct romweld_settings {
   struct {
     std::optional<std::string> path;
     FILE *fp = nullptr;         // the stream of `file`, while the log is open
-    atomic_file *file = nullptr; // put in place when the run ends
+    atomic_file *file = nullptr; // written, not yet in place
     bool findSection = false;
     // The log's extents: the ranges that input files, fills and
     // replacements report; what the memory usage and the map cover.
