@@ -26,6 +26,6 @@ static_assert(!msgconv_fits<const char *>("%s %s"), "too few arguments");
 static_assert(!msgconv_fits<const char *, const char *>("%s"), "too many arguments");
 
 // A number the built-in file does not describe has no text to check against.
-static_assert(msgs_enText(5).empty() && msgs_enText(0).empty());
+static_assert(msgs_enText(6).empty() && msgs_enText(0).empty());
 
 } // namespace

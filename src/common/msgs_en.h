@@ -30,6 +30,7 @@ inline constexpr char msgs_en_text[] = R"MSGS(#
 2 M error/warning (%u) generated but no description available
 3 M malformed error information on line * in file *
 4 F internal error, the tool must quit
+5 F internal error: this step cannot meet the image library's %s; the tool must quit
 141 F can't open %s file "%s": %m
 168 E unknown option "%s"
 294 F can't allocate %u bytes of memory

@@ -35,5 +35,5 @@ enum { IHEX_REASON_8M_RANGE = 0, IHEX_REASON_16_RANGE = 1, IHEX_REASON_32_RANGE 
 // is written (EHEX with the IHEX_REASON_*_RANGE of the variant) when data
 // lies beyond the variant's reach; a start address the variant cannot hold
 // is left out with EHEX and IHEX_REASON_NO_SSA / _NO_SLA. EARG for an
-// unknown variant, EIO when the stream fails, EMEMORY.
+// unknown variant, EIO when the stream fails.
 int ihex_write(const ihex *x, FILE *out, unsigned code);

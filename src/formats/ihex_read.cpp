@@ -303,11 +303,7 @@ struct longLine {
 // Reads the stream line by line in large blocks.
 bool readBlocks(reader &r, FILE *in) {
 
-  std::unique_ptr<char[]> buf(new (std::nothrow) char[READ_BLOCK]);
-  if (!buf) {
-    hex_setError(EMEMORY);
-    return false;
-  }
+  std::unique_ptr<char[]> buf(new char[READ_BLOCK]);
   char *const B = buf.get();
   size_t beg = 0, fill = 0;
   bool atEnd = false;

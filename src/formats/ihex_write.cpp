@@ -110,11 +110,7 @@ int ihex_write(const ihex *x, FILE *out, unsigned code) {
   }
   if (!checkForWrite(x, code))
     return 0;
-  std::unique_ptr<char[]> buf(new (std::nothrow) char[WRITE_BLOCK]);
-  if (!buf) {
-    hex_setError(EMEMORY);
-    return 0;
-  }
+  std::unique_ptr<char[]> buf(new char[WRITE_BLOCK]);
   writer w{out, buf.get()};
   // Records carry at most 255 bytes; a zero length is never configured
   // (ihex_setMaxLength refuses it) and is taken as one byte per record.

@@ -33,7 +33,10 @@ bool inRange(const ckspec *s, uint64_t a) { return a >= s->range.start && a <= s
 void checkOverlap(const ckspec *s) {
   if (!s->range.hasStart || !s->hasResultDest)
     return;
-  const uint64_t last = s->resultDest + ckspec_getTotalResultBytes(s) - 1;
+  // A result that runs past the top is refused when it is stored; it does
+  // not wrap round into a range at the bottom here either.
+  const uint64_t tail = ckspec_getTotalResultBytes(s) - 1;
+  const uint64_t last = tail > UINT64_MAX - s->resultDest ? UINT64_MAX : s->resultDest + tail;
   if (inRange(s, s->resultDest) || inRange(s, last))
     hex_setError(CKSPEC_EOVERLAPS);
 }

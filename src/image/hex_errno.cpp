@@ -48,6 +48,7 @@ constexpr const char *kNames[] = {
     "EBADCODEBASE", // 33
     "EUNDEFADDR",   // 34
     "EBADINDEX",    // 35
+    "EBUDGET",      // 36
 };
 static_assert(sizeof kNames / sizeof kNames[0] == HEX_ERRCODE_COUNT,
               "one name per error code");
@@ -73,7 +74,7 @@ const char *hex_strerror(uint32_t code) {
 namespace {
 
 // The arguments each code carries; a typed entry accepts only its own.
-enum shape { NONE, ADDR, CLOBBER, NUM, UNKNOWNREC, UNDEFADDR };
+enum shape { NONE, ADDR, CLOBBER, NUM, UNKNOWNREC, UNDEFADDR, BUDGET };
 
 shape shapeOf(uint32_t code) {
   switch (code) {
@@ -93,6 +94,8 @@ shape shapeOf(uint32_t code) {
     return UNKNOWNREC;
   case EUNDEFADDR:
     return UNDEFADDR;
+  case EBUDGET:
+    return BUDGET;
   default:
     return NONE;
   }
@@ -151,6 +154,13 @@ void hex_setUndefAddr(uint64_t addr, bool flag, char ch) {
   e.addr = addr;
   e.flag = flag;
   e.ch = flag ? '\0' : ch;
+  append(e);
+}
+
+void hex_setBudgetError(uint64_t rows, uint32_t copies) {
+  hex_error e = record(EBUDGET, BUDGET);
+  e.addr = rows;
+  e.num = copies;
   append(e);
 }
 

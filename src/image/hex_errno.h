@@ -50,7 +50,8 @@ enum hex_errcode : uint32_t {
   EBADCODEBASE = 33,
   EUNDEFADDR = 34,
   EBADINDEX = 35,
-  HEX_ERRCODE_COUNT = 36
+  EBUDGET = 36,
+  HEX_ERRCODE_COUNT = 37
 };
 constexpr uint32_t CKSPEC_EOVERLAPS = EOVERLAPS;
 
@@ -60,6 +61,7 @@ constexpr uint32_t CKSPEC_EOVERLAPS = EOVERLAPS;
 //   num        ECHECKSUM, EHEX, EIPCONFLICT, ECSCONFLICT, EBADCHAR, EREADHEX
 //              (line or reason), EUNKNOWNREC (line)
 //   num2       EUNKNOWNREC (record type)
+//   addr, num  EBUDGET (rows asked for, and the copies of a serial)
 //   flag, ch   EUNDEFADDR (ch only when flag is 0)
 struct hex_error {
   uint32_t code;
@@ -83,6 +85,7 @@ void hex_setClobbered(uint64_t addr, const void *note);  // ECLOBBERED
 void hex_setNumError(uint32_t code, uint32_t num);
 void hex_setUnknownRecord(uint32_t line, uint32_t type); // EUNKNOWNREC
 void hex_setUndefAddr(uint64_t addr, bool flag, char ch); // EUNDEFADDR; ch only when !flag
+void hex_setBudgetError(uint64_t rows, uint32_t copies);  // EBUDGET
 
 // The list keeps the first HEX_ERRORS_KEPT records of an operation with
 // their arguments and only counts the rest, so no operation can exhaust
@@ -97,4 +100,4 @@ void hex_clearErrors();
 uint32_t hex_errorCount();
 hex_error hex_errorAt(uint32_t index); // EBADINDEX record past the end
 hex_error hex_popError();              // all zero when empty
-const char *hex_strerror(uint32_t code); // "Unknown" above 35
+const char *hex_strerror(uint32_t code); // "Unknown" above the last code

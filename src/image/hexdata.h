@@ -43,7 +43,9 @@ inline uint8_t hex_rowAttr(const hex_row *r, unsigned c) {
 }
 
 // ---- creation and bounds ------------------------------------------------
-hexdata *hex_create();                 // null and EMEMORY on failure
+// Every allocation of the image either succeeds or ends the run with the
+// out-of-memory message (alert.h): no call returns for want of memory.
+hexdata *hex_create();
 int hex_clear(hexdata *h);             // empties the image; returns 1
 void hex_destroy(hexdata *h);
 uint64_t hex_getByteCount(const hexdata *h);
@@ -79,6 +81,19 @@ uint64_t hex_putBytes(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t
 int hex_preserveData(hexdata *h, uint64_t start, uint64_t end, int on);
 int hex_setNote(hexdata *h, uint64_t start, uint64_t end, const void *note);
 int hex_deleteBytes(hexdata *h, uint64_t start, uint64_t count);
+
+// ---- the rows options may add ------------------------------------------
+// Options (fills, serials, strings, checksum results) may add at most this
+// many rows to an image in all: 1 GiB of address space, about 1.5 GiB of
+// memory. Each asks before it writes, so a mistyped range fails at once
+// instead of exhausting the machine. Input files are not counted.
+constexpr uint64_t HEX_ROW_BUDGET = uint64_t(1) << 22;
+// Rows of the address range first..last that the image holds; the cost
+// follows the rows held, not the range.
+uint64_t hex_rowsHeld(const hexdata *h, uint64_t first, uint64_t last);
+// Takes n rows from the image's budget; false, with EBUDGET recording n
+// and `copies` (the serial's, else 0), when fewer are left.
+[[nodiscard]] bool hex_takeRows(hexdata *h, uint64_t n, uint32_t copies = 0);
 
 // Merges every present byte of src into dst (force adds HEX_FORCED to bytes
 // merged into existing rows); 1 if no byte was refused.

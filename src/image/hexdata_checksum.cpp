@@ -450,6 +450,18 @@ bool hex_checksum(hexdata *h, const ckspec *s, std::vector<uint8_t> *resultOut) 
   ROMWELD_ASSERT(s->resultWidth >= ckspec_getMinWidth(s->algorithm) &&
                  s->resultWidth <= ckspec_getMaxWidth(s->algorithm));
   ROMWELD_ASSERT(s->codeBase > 0);
+  if (s->hasResultDest) {
+    // The result's last byte must lie in the address space: past the top it
+    // would wrap round to address 0.
+    const uint64_t last = ckspec_getTotalResultBytes(s) - 1;
+    if (last > UINT64_MAX - s->resultDest) {
+      hex_setError(EBELOWZERO);
+      return false;
+    }
+    const uint64_t from = s->resultDest, to = from + last;
+    if (!hex_takeRows(h, hex_rowOf(to) - hex_rowOf(from) + 1 - hex_rowsHeld(h, from, to)))
+      return false;
+  }
 
   const uint32_t mark = hex_errorCount();
   const std::vector<uint8_t> result = compute(h, s);

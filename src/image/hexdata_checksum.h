@@ -20,10 +20,12 @@
 // one; the W result bytes (stored order, no trailing codes) go to resultOut
 // when given. False with a recorded code: ENULL (no image or record, or
 // neither a destination nor resultOut), ENODATA (no range), EBADSKIP,
-// EUNKNOWNTYPE, EBADPOLY (a CRC without polynomial), ECLASH (a different
-// byte is there and s may not clobber), EPRESERVED, EMEMORY. A forced
-// store over forced data records ECLOBBERED and fails the call too, after
-// storing. Bytes stored before a failure stay.
+// EUNKNOWNTYPE, EBADPOLY (a CRC without polynomial), EBELOWZERO (the
+// result would run past the top of the address space) and EBUDGET (its
+// rows would exceed what options may still add), both before any work,
+// ECLASH (a different byte is there and s may not clobber), EPRESERVED. A
+// forced store over forced data records ECLOBBERED and fails the call too,
+// after storing. Bytes stored before a failure stay.
 [[nodiscard]] bool hex_checksum(hexdata *h, const ckspec *s, std::vector<uint8_t> *resultOut);
 
 // The routines behind hex_checksum, for a record that passed its checks.

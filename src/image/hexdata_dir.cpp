@@ -1,10 +1,9 @@
 // Memory image directory: finding, adding and removing rows, walking the
 // rows of a range, creating and emptying images, bounds and queries.
 #include <algorithm>
-#include <cstdlib>
-#include <new>
 
 #include "image/hexdata_internal.h"
+#include "image/testsupport.h"
 
 namespace hexmem {
 
@@ -111,11 +110,11 @@ void freeRegion(hex_region *R) {
       for (hex_block *b : leafOf(e)->row)
         if (b)
           giveBlock(b);
-      std::free(leafOf(e));
+      freeNode(leafOf(e));
     }
-    std::free(M);
+    freeNode(M);
   }
-  std::free(R);
+  freeNode(R);
 }
 
 // Lowest / highest present address in start..end.
@@ -174,12 +173,7 @@ using namespace hexmem;
 
 // ---- creation and bounds ----------------------------------------------------
 
-hexdata *hex_create() {
-  hexdata *h = allocationFails() ? nullptr : new (std::nothrow) hexdata;
-  if (!h)
-    hex_setError(EMEMORY);
-  return h;
-}
+hexdata *hex_create() { return new hexdata; }
 
 int hex_clear(hexdata *h) {
   if (noImage(h))
@@ -290,4 +284,34 @@ uint8_t *hex_rowData(hexdata *h, uint64_t row) {
     return nullptr;
   hex_block *b = findBlock(h, row);
   return b && (b->flags & BLK_DATA) ? b->r.data : nullptr;
+}
+
+// ---- the rows options may add -------------------------------------------------
+
+namespace {
+uint64_t rowBudget = HEX_ROW_BUDGET; // lowered by tests
+} // namespace
+
+void hex_setRowBudget(uint64_t rows) { rowBudget = rows; }
+
+uint64_t hex_rowsHeld(const hexdata *h, uint64_t first, uint64_t last) {
+  if (noImage(h) || first > last)
+    return 0;
+  uint64_t held = 0;
+  eachBlockUp(h, hex_rowOf(first), hex_rowOf(last), [&](const hex_block *) {
+    ++held;
+    return true;
+  });
+  return held;
+}
+
+bool hex_takeRows(hexdata *h, uint64_t n, uint32_t copies) {
+  if (noImage(h))
+    return false;
+  if (n > rowBudget - std::min(rowBudget, h->rowsTaken)) {
+    hex_setBudgetError(n, copies);
+    return false;
+  }
+  h->rowsTaken += n;
+  return true;
 }

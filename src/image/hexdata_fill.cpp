@@ -177,29 +177,24 @@ private:
   uint8_t buf_[256];
 };
 
-// HEX_FILL_MAX_NEW_ROWS, unless a test lowered it.
-uint64_t rowBudget = HEX_FILL_MAX_NEW_ROWS;
-
-// Whether the rows a fill of lo..hi would add to the image stay within the
-// budget. Only rows the image lacks cost memory, so the rows that already
-// hold data are counted, but only when the range alone exceeds the budget.
-bool withinBudget(const hexdata *h, uint64_t lo, uint64_t hi) {
-  const uint64_t rows = hex_rowOf(hi) - hex_rowOf(lo) + 1;
-  if (rows <= rowBudget)
-    return true;
-  uint64_t held = 0;
-  for (uint64_t at = lo, p; hex_nextPresent(h, at, &p) && p <= hi;) {
-    ++held;
-    if (hex_rowOf(p) == hex_rowOf(hi))
-      break;
-    at = (hex_rowOf(p) + 1) << 8;
-  }
-  return rows - held <= rowBudget;
-}
-
 } // namespace
 
-void hex_setFillRowBudget(uint64_t rows) { rowBudget = rows; }
+fill_walk hex_fillWalk(const fillspec *f) {
+  uint64_t lo = f->range.start;
+  uint64_t hi = f->range.hasEnd ? f->range.end : f->range.start;
+  if (f->mode == FILL_DATA_ROWS) {
+    const uint64_t R = f->rowLength;
+    lo -= lo % R;
+    // Intended: the upper bound grows by its own distance past a row
+    // boundary, less one; it is not rounded to the end of its row. The sum
+    // stops at the ends of the address space instead of wrapping round.
+    const uint64_t grow = hi % R;
+    if (grow == 0 && hi == 0)
+      return {1, 0}; // ends below address 0: nothing
+    hi = grow == 0 ? hi - 1 : hi > UINT64_MAX - (grow - 1) ? UINT64_MAX : hi + (grow - 1);
+  }
+  return {lo, hi};
+}
 
 int hex_fill(hexdata *h, const fillspec *f) {
   if (!h || !f) {
@@ -214,21 +209,14 @@ int hex_fill(hexdata *h, const fillspec *f) {
     hex_setError(ENOVALUE);
     return 0;
   }
-  uint64_t lo = f->range.start;
-  uint64_t hi = f->range.hasEnd ? f->range.end : f->range.start;
-  if (f->mode == FILL_DATA_ROWS) {
-    const uint64_t R = f->rowLength;
-    lo -= lo % R;
-    // Intended: the upper bound grows by its own distance past a row
-    // boundary, less one; it is not rounded to the end of its row (wrapping
-    // as unsigned arithmetic does).
-    hi = hi + hi % R - 1;
-  }
+  const auto [lo, hi] = hex_fillWalk(f);
   if (lo > hi)
     return 1;
-  if ((f->mode == FILL_UNUSED || f->mode == FILL_ALL) && !withinBudget(h, lo, hi)) {
-    hex_setError(EMEMORY);
-    return 0;
+  // Only these modes write where the image holds no row yet.
+  if (f->mode == FILL_UNUSED || f->mode == FILL_ALL) {
+    const uint64_t rows = hex_rowOf(hi) - hex_rowOf(lo) + 1;
+    if (!hex_takeRows(h, rows - hex_rowsHeld(h, lo, hi)))
+      return 0;
   }
   filler fl(h, f, lo);
   switch (f->mode) {

@@ -11,15 +11,18 @@
 #include "image/fill_spec.h"
 #include "image/hexdata.h"
 
-// The most rows of 256 addresses one fill may add to an image: 1 GiB of
-// address space, about 1.5 GiB of memory. A fill that would add more is
-// refused before it writes anything, so a range that cannot be held ends at
-// once instead of after the machine has run out of memory.
-constexpr uint64_t HEX_FILL_MAX_NEW_ROWS = uint64_t(1) << 22;
+// The addresses a fill walks: lo..hi, or none when lo > hi. In the data-row
+// mode the range grows to the row grid below and by its own distance past
+// a row boundary, less one, above (never wrapping past the top).
+struct fill_walk {
+  uint64_t lo, hi;
+};
+fill_walk hex_fillWalk(const fillspec *f);
 
 // Returns 1 when the walk reached the end of the range. 0 with the reason
-// recorded: ENULL, ENOSTART (no start), ENOVALUE (no value), EMEMORY (the
-// rows the fill would add exceed HEX_FILL_MAX_NEW_ROWS; nothing written),
-// or the first refused store (EPRESERVED, ECLASH with its address), which
-// ends the walk; bytes written before it stay written.
+// recorded: ENULL, ENOSTART (no start), ENOVALUE (no value), EBUDGET (the
+// rows the fill would add to the image exceed what the options may still
+// add, hexdata.h; nothing written), or the first refused store (EPRESERVED,
+// ECLASH with its address), which ends the walk; bytes written before it
+// stay written.
 [[nodiscard]] int hex_fill(hexdata *h, const fillspec *f);

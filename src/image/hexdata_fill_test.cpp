@@ -31,9 +31,12 @@ int modelFill(Model &m, const fillspec &f, uint64_t limit, std::string *err) {
       pat.push_back(uint8_t(v >> (8 * i)));
   const uint64_t P = pat.size(), R = f.rowLength;
   uint64_t lo = f.range.start, hi = f.range.hasEnd ? f.range.end : f.range.start;
-  if (f.mode == FILL_DATA_ROWS) {
+  if (f.mode == FILL_DATA_ROWS) { // the end as a true sum, held in the address space
     lo -= lo % R;
-    hi = hi + hi % R - 1;
+    const __int128 end = __int128(hi) + hi % R - 1;
+    if (end < __int128(lo))
+      return 1;
+    hi = uint64_t(std::min<__int128>(end, UINT64_MAX));
   }
   bool rowHasData = false;
   for (uint64_t a = lo; lo <= hi && a <= limit; ++a) {
@@ -114,15 +117,18 @@ TEST(Fill, MatchesTheModel) {
 // nothing, and modes that only touch rows with data are never refused.
 TEST(Fill, BudgetRefusesBeforeWriting) {
   struct LowBudget {
-    LowBudget() { hex_setFillRowBudget(1); }
-    ~LowBudget() { hex_setFillRowBudget(HEX_FILL_MAX_NEW_ROWS); }
+    LowBudget() { hex_setRowBudget(1); }
+    ~LowBudget() { hex_setRowBudget(HEX_ROW_BUDGET); }
   } low;
   const std::tuple<uint64_t, uint64_t, uint32_t, const char *, const char *> cases[] = {
-      {0, UINT64_MAX, FILL_UNUSED, "EMEMORY", "FF=55"},
-      {0x100, 0x2FF, FILL_ALL, "EMEMORY", "FF=55"},
+      {0, UINT64_MAX, FILL_UNUSED, "EBUDGET@FFFFFFFFFFFFFF", "FF=55"},
+      {0x100, 0x2FF, FILL_ALL, "EBUDGET@2", "FF=55"},
       {0xFF, 0x100, FILL_UNUSED, "", "FF=55 100=AB"}, // one new row
       {0, UINT64_MAX, FILL_USED, "", "FF=00F"}, // 0xAB as 2 bytes: the high one
-      {0, UINT64_MAX, FILL_DATA_ROWS, "", "FF=55"}, // its end wraps to 0xD
+      // Its end stops at the top instead of wrapping round to 0xD.
+      {0, UINT64_MAX, FILL_DATA_ROWS, "",
+       "F0=AB F1=00 F2=AB F3=00 F4=AB F5=00 F6=AB F7=00 F8=AB F9=00 FA=AB FB=00 FC=AB FD=00 "
+       "FE=AB FF=55"},
   };
   for (auto [start, end, mode, error, result] : cases) {
     Image h = newImage();

@@ -90,19 +90,20 @@ struct hexdata {
   mutable hexmem::hex_block *lastBlock = nullptr;
   mutable const hexmem::hex_region *lastRegion = nullptr;
   mutable uint64_t lastRegionKey = 0;
+  uint64_t rowsTaken = 0; // of the options' budget (hex_takeRows)
 };
 
 namespace hexmem {
 
 // ---- pools (hexdata_pool.cpp) -----------------------------------------------
 // Blocks and note arrays are recycled across all images of the process.
-hex_block *takeBlock(uint64_t row); // a zeroed block for a row; null when exhausted
+// None of these returns for want of memory: the run ends first (alert.h).
+hex_block *takeBlock(uint64_t row); // a zeroed block for a row
 void giveBlock(hex_block *b);
-const void **takeNotes(); // an uninitialised 256-entry note array; null when exhausted
+const void **takeNotes(); // an uninitialised 256-entry note array
 void giveNotes(const void **n);
-bool allocationFails(); // an injected failure (tests) for the next allocation
-// Directory nodes are bookkeeping: running out of memory for one is fatal.
-void *newNode(size_t size);
+void *newNode(size_t size); // a zeroed directory node
+void freeNode(void *n);
 template <class T> T *newNode() { return static_cast<T *>(newNode(sizeof(T))); }
 
 // ---- directory (hexdata_dir.cpp) --------------------------------------------

@@ -1,12 +1,12 @@
 // Row pools of the memory image. A pool keeps at most kPoolKeep returned
-// blocks (and as many note arrays); more go back to the heap.
-#include <cstdlib>
+// blocks (and as many note arrays); more go back to the heap. Every
+// allocation goes through operator new, whose failure ends the run with
+// the out-of-memory message (alert.h).
+#include <new>
 #include <cstring>
 #include <vector>
 
-#include "common/alert.h"
 #include "image/hexdata_internal.h"
-#include "image/testsupport.h"
 
 namespace hexmem {
 
@@ -15,7 +15,6 @@ constexpr size_t kPoolKeep = 1024;
 struct pools {
   std::vector<hex_block *> blocks;
   std::vector<const void **> notes;
-  long failAfter = -1; // tests: allocations left before they fail
 };
 
 // Never destroyed: the pools outlive every image, whatever the exit order.
@@ -24,44 +23,28 @@ pools &pool() {
   return *p;
 }
 
-bool allocationFails() {
-  pools &p = pool();
-  if (p.failAfter < 0)
-    return false;
-  if (p.failAfter == 0)
-    return true;
-  --p.failAfter;
-  return false;
-}
-
-// A zeroed block for a row, or null when the heap is exhausted.
 hex_block *takeBlock(uint64_t row) {
-  if (allocationFails())
-    return nullptr;
   pools &p = pool();
   hex_block *b;
   if (!p.blocks.empty()) {
     b = p.blocks.back();
     p.blocks.pop_back();
-    std::memset(static_cast<void *>(b), 0, sizeof *b);
-  } else if (!(b = static_cast<hex_block *>(std::calloc(1, sizeof(hex_block))))) {
-    return nullptr;
+  } else {
+    b = static_cast<hex_block *>(::operator new(sizeof(hex_block)));
   }
+  std::memset(static_cast<void *>(b), 0, sizeof *b);
   b->row = row;
   return b;
 }
 
-// An uninitialised 256-entry note array, or null.
 const void **takeNotes() {
-  if (allocationFails())
-    return nullptr;
   pools &p = pool();
   if (!p.notes.empty()) {
     const void **n = p.notes.back();
     p.notes.pop_back();
     return n;
   }
-  return static_cast<const void **>(std::malloc(256 * sizeof(void *)));
+  return static_cast<const void **>(::operator new(256 * sizeof(void *)));
 }
 
 void giveNotes(const void **n) {
@@ -69,7 +52,7 @@ void giveNotes(const void **n) {
   if (p.notes.size() < kPoolKeep)
     p.notes.push_back(n);
   else
-    std::free(n);
+    ::operator delete(n);
 }
 
 void giveBlock(hex_block *b) {
@@ -79,16 +62,12 @@ void giveBlock(hex_block *b) {
   if (p.blocks.size() < kPoolKeep)
     p.blocks.push_back(b);
   else
-    std::free(b);
+    ::operator delete(b);
 }
 
-void *newNode(size_t size) {
-  void *n = std::calloc(1, size);
-  if (!n)
-    alert_outOfMemory();
-  return n;
-}
+void *newNode(size_t size) { return std::memset(::operator new(size), 0, size); }
+
+void freeNode(void *n) { ::operator delete(n); }
 
 } // namespace hexmem
 
-void hex_failAllocationsAfter(long n) { hexmem::pool().failAfter = n; }

@@ -2,6 +2,7 @@
 // back-to-back copies gathered into long runs.
 #include "image/hexdata_serial.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "image/hex_errno.h"
@@ -40,6 +41,28 @@ bool storeCopies(hexdata *h, const serialspec *s, uint64_t a, const uint8_t *byt
   return ok;
 }
 
+// The rows the copies would add to the image. Copies less than a row apart
+// touch every row between the first and the last; copies a row or more
+// apart touch a row each at least, so more of them than the budget and the
+// image's own rows together can only be refused, and fewer are counted one
+// by one.
+uint64_t rowsToAdd(const hexdata *h, uint64_t lowest, uint64_t n, uint64_t step, uint32_t copies) {
+  const uint64_t last = lowest + step * (copies - 1) + (n - 1); // checked to fit
+  if (step < 256)
+    return hex_rowOf(last) - hex_rowOf(lowest) + 1 - hex_rowsHeld(h, lowest, last);
+  const uint64_t held = hex_rowsHeld(h, 0, UINT64_MAX);
+  if (copies > HEX_ROW_BUDGET + held)
+    return copies - held;
+  uint64_t added = 0, counted = 0; // rows counted so far: below `counted`
+  for (uint64_t k = 0; k < copies; ++k) {
+    const uint64_t a = lowest + step * k;
+    for (uint64_t row = std::max(hex_rowOf(a), counted); row <= hex_rowOf(a + n - 1); ++row)
+      added += hex_rowsHeld(h, row << 8, row << 8 | 0xFF) == 0;
+    counted = hex_rowOf(a + n - 1) + 1;
+  }
+  return added;
+}
+
 } // namespace
 
 bool hex_serial(hexdata *h, const serialspec *s) {
@@ -74,6 +97,10 @@ bool hex_serial(hexdata *h, const serialspec *s) {
     hex_setError(EBELOWZERO);
     return false;
   }
+
+  const uint64_t lowest = down ? s->start - travel : s->start;
+  if (!hex_takeRows(h, rowsToAdd(h, lowest, n, step, s->repetitions), s->repetitions))
+    return false;
 
   std::vector<uint8_t> code(s->codeBytes);
   if (!down && step == n) {

@@ -51,12 +51,7 @@ int storeAt(hexdata *h, hex_block *b, uint64_t addr, uint8_t v, bool force) {
 int storeOne(hexdata *h, uint64_t addr, uint8_t v, bool force) {
   if (noImage(h))
     return 0;
-  hex_block *b = dataBlock(h, hex_rowOf(addr));
-  if (!b) {
-    hex_setError(EMEMORY);
-    return 0;
-  }
-  return storeAt(h, b, addr, v, force);
+  return storeAt(h, dataBlock(h, hex_rowOf(addr)), addr, v, force);
 }
 
 uint64_t putRun(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t count, bool force) {
@@ -72,11 +67,8 @@ uint64_t putRun(hexdata *h, uint64_t start, const uint8_t *bytes, uint64_t count
     const uint64_t last = std::min(a | kRowMask, end);
     const unsigned c0 = unsigned(a & kRowMask), c1 = unsigned(last & kRowMask), n = c1 - c0 + 1;
     hex_block *b = dataBlock(h, hex_rowOf(a));
-    hex_row *r = b ? &b->r : nullptr;
-    if (!b) {
-      for (unsigned i = 0; i < n; ++i)
-        hex_setError(EMEMORY);
-    } else if (!plane_any(r->present, c0, c1)) {
+    hex_row *r = &b->r;
+    if (!plane_any(r->present, c0, c1)) {
       // Nothing there yet (preserved bytes are always present): the whole
       // stretch goes in at once; a forced mark left on an empty slot stays.
       std::memcpy(r->data + c0, bytes, n);

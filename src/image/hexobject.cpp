@@ -1,8 +1,6 @@
 // Hex object: creation, settings, start addresses and merging.
 #include "image/hexobject.h"
 
-#include <new>
-
 #include "image/hex_errno.h"
 
 // True, with ENULL recorded, when a required object is missing.
@@ -14,16 +12,8 @@ template <class T> static bool missing(const T *p) {
 }
 
 ihex *ihex_create() {
-  ihex *x = new (std::nothrow) ihex;
-  if (!x) {
-    hex_setError(EMEMORY);
-    return nullptr;
-  }
+  ihex *x = new ihex;
   x->image = hex_create();
-  if (!x->image) {
-    delete x;
-    return nullptr;
-  }
   return x;
 }
 

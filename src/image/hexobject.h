@@ -22,7 +22,7 @@ struct ihex {
   uint32_t maxLength = 16;
 };
 
-ihex *ihex_create(); // EMEMORY and null on failure
+ihex *ihex_create();
 void ihex_destroy(ihex *x);
 hexdata *ihex_getImage(ihex *x);
 bool ihex_setMaxLength(ihex *x, uint32_t len); // 0 records EARG

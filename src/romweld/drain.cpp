@@ -15,7 +15,7 @@ const drain_row *rowFor(std::span<const drain_row> table, uint32_t code) {
 }
 
 bool fails(const drain_row *row) {
-  return !row || row->how == DRAIN_ERROR || row->how == DRAIN_COUNT || row->how == DRAIN_INTERNAL;
+  return !row || row->how == DRAIN_ERROR || row->how == DRAIN_BUDGET || row->how == DRAIN_INTERNAL;
 }
 
 std::string fieldText(drain_field f, const hex_error &e, const drain_ctx &c) {
@@ -43,6 +43,8 @@ std::string formatField(const std::string &conv, drain_field f, const hex_error 
     return alert_format(conv.c_str(), e.addr);
   case DF_NUM:
     return alert_format(conv.c_str(), e.num);
+  case DF_ROWS:
+    return alert_format(conv.c_str(), e.addr);
   case DF_NUM2:
     return alert_format(conv.c_str(), e.num2);
   case DF_VALUE:
@@ -77,10 +79,8 @@ std::string describe(const drain_row &row, const hex_error &e, const drain_ctx &
 
 // Issues one record's row; false when it fails the operation.
 bool issue(const drain_row *row, const hex_error &e, const drain_ctx &c) {
-  if (!row) {
-    alert<4>();
-    return false;
-  }
+  if (!row)
+    drain_unexpected(e.code);
   switch (row->how) {
   case DRAIN_ERROR:
     arg_error(c.arg, "%s", describe(*row, e, c).c_str());
@@ -98,16 +98,21 @@ bool issue(const drain_row *row, const hex_error &e, const drain_ctx &c) {
     row->message(args);
     return true;
   }
-  case DRAIN_COUNT:
-    return false;
+  case DRAIN_BUDGET:
+    arg_error(c.arg, "%s", describe(*row, e, c).c_str());
+    alert_outOfMemory();
   case DRAIN_INTERNAL:
-    alert<4>();
-    return false;
+    drain_unexpected(e.code);
   }
   return false;
 }
 
 } // namespace
+
+void drain_unexpected(uint32_t code) {
+  alert<5>(alert_format("%s (code %u)", hex_strerror(code), code).c_str());
+  ROMWELD_ASSERT(!"message 5 is fatal");
+}
 
 bool drain_errors(std::span<const drain_row> table, const drain_ctx &ctx) {
   ROMWELD_ASSERT(ctx.arg != nullptr && ctx.path != nullptr);

@@ -7,18 +7,18 @@
 //   drain_warning(code, text, fields...)  message 1601
 //   drain_message<N, fields...>(code)     message N with the fields as its
 //                                         arguments; N's kind decides
-//   drain_count(code)                     no message of its own, the
-//                                         operation fails (EMEMORY: the
-//                                         allocation failure was reported)
-//   drain_internal(code)                  message 4, the tool quits: the
-//                                         operation cannot record this code
+//   drain_budget(code, text, fields...)   message 1600 saying what would not
+//                                         fit, then out of memory (296)
+//   drain_internal(code)                  message 5 naming the code, the
+//                                         tool quits: the operation cannot
+//                                         meet this code
 //
 // The fields name the record's typed arguments and the operation's own
 // values (drain_ctx). Rows are built at compile time and each is checked
 // there: a text must consume exactly its fields, in order, with their types
 // (an address is "%lX", a line "%u"), and a numbered message's built-in text
 // must take its fields, which are texts. A code the table does not list is
-// an internal error, as for drain_internal.
+// an internal error, as for drain_internal: no record is ever dropped.
 #pragma once
 
 #include <cstddef>
@@ -37,6 +37,7 @@ enum drain_field : uint8_t {
   DF_NONE,
   DF_ADDR,   // the record's address (uint64_t: "%lX")
   DF_ADDR_H, // the same as text "<hex>h", as numbered messages show addresses ("%s")
+  DF_ROWS,   // EBUDGET's count of rows, in the address field (uint64_t: "%lu")
   DF_NUM,    // the record's number: a line or a reason (uint32_t: "%u")
   DF_NUM2,   // the record's second number: a record type (uint32_t: "%u")
   DF_OWNER,  // text of the argument that placed the byte, from the record's note ("%s")
@@ -45,7 +46,7 @@ enum drain_field : uint8_t {
   DF_VALUE,  // drain_ctx::value, e.g. an offset in bytes (int: "%d")
 };
 
-enum drain_how : uint8_t { DRAIN_ERROR, DRAIN_WARNING, DRAIN_MESSAGE, DRAIN_COUNT, DRAIN_INTERNAL };
+enum drain_how : uint8_t { DRAIN_ERROR, DRAIN_WARNING, DRAIN_MESSAGE, DRAIN_BUDGET, DRAIN_INTERNAL };
 
 constexpr int DRAIN_MAX_FIELDS = 3;
 
@@ -70,6 +71,9 @@ struct drain_ctx {
 // error) would fail the operation, else a warning. True when nothing failed.
 [[nodiscard]] bool drain_errors(std::span<const drain_row> table, const drain_ctx &ctx);
 
+// A code that the step at hand cannot meet: message 5 naming it, fatal.
+[[noreturn]] void drain_unexpected(uint32_t code);
+
 // ---- building rows (compile time) -----------------------------------------
 
 // Called only when a row does not hold together; being no constant
@@ -86,6 +90,7 @@ constexpr bool isText(drain_field f) {
 constexpr bool fieldFits(drain_field f, const msgconv &c) {
   switch (f) {
   case DF_ADDR:
+  case DF_ROWS:
     return msgconv_accepts<uint64_t>(c);
   case DF_NUM:
   case DF_NUM2:
@@ -151,16 +156,17 @@ consteval drain_row drain_warning(uint32_t code, const char *text, F... fields) 
   return drain_detail::textRow(code, DRAIN_WARNING, text, fields...);
 }
 
+template <class... F>
+consteval drain_row drain_budget(uint32_t code, const char *text, F... fields) {
+  return drain_detail::textRow(code, DRAIN_BUDGET, text, fields...);
+}
+
 template <unsigned N, drain_field... F>
 consteval drain_row drain_message(uint32_t code) {
   static_assert(sizeof...(F) <= DRAIN_MAX_FIELDS, "too many fields");
   if (!(drain_detail::isText(F) && ...))
     drain_numberedMessagesTakeTextFieldsOnly();
   return drain_row{code, DRAIN_MESSAGE, nullptr, &drain_detail::issueN<N, sizeof...(F)>, {F...}};
-}
-
-consteval drain_row drain_count(uint32_t code) {
-  return drain_row{code, DRAIN_COUNT, nullptr, nullptr, {}};
 }
 
 consteval drain_row drain_internal(uint32_t code) {

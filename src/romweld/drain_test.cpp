@@ -46,7 +46,7 @@ constexpr drain_row kRows[] = {
     drain_error(ECLASH, "0x%lX in %s (%d%%)", DF_ADDR, DF_PATH, DF_VALUE),
     drain_warning(EUNKNOWNREC, "line %u type %02X", DF_NUM, DF_NUM2),
     drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED),
-    drain_count(EMEMORY),
+    drain_budget(EBUDGET, "%u copies would add %lu rows", DF_NUM, DF_ROWS),
     drain_internal(ENULL),
 };
 
@@ -73,12 +73,6 @@ TEST_F(Drain, EachRecordBecomesItsRowWithItsTypedFields) {
        true},
       {"a byte without an owner", [](const romweld_arg *) { hex_setClobbered(0, nullptr); },
        {"(962) forced data conflict at address 0h between  and +self.hex (warning)"}, true},
-      {"a counted code fails silently, and later records are still issued",
-       [](const romweld_arg *) {
-         hex_setError(EMEMORY);
-         hex_setUnknownRecord(1, 6);
-       },
-       {"(1601) \"+self.hex\" argument : line 1 type 06 (warning)"}, false},
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
@@ -91,13 +85,14 @@ TEST_F(Drain, EachRecordBecomesItsRowWithItsTypedFields) {
 }
 
 TEST_F(Drain, RecordsPastTheBoundAreAnnounced) {
-  // Failing records kept as counts only: the note is an error.
+  // Failing records past the bound: the note is an error.
+  set_maxerrors(HEX_ERRORS_KEPT + 10);
   for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 2; ++i)
-    hex_setError(EMEMORY);
-  EXPECT_FALSE(drain_errors(kRows, {&self}));
-  EXPECT_EQ(g_lines, std::vector<std::string>{
-                         "(1600) \"+self.hex\" argument : 2 more problems were found but not "
-                         "listed"});
+    hex_setAddrError(ECLASH, i);
+  EXPECT_FALSE(drain_errors(kRows, {&self, "in.hex"}));
+  ASSERT_EQ(g_lines.size(), HEX_ERRORS_KEPT + 1u);
+  EXPECT_EQ(g_lines.back(), "(1600) \"+self.hex\" argument : 2 more problems were found but not "
+                            "listed");
 
   // Warnings past the bound: the note is a warning and the operation goes on.
   hex_clearErrors();
@@ -111,8 +106,11 @@ TEST_F(Drain, RecordsPastTheBoundAreAnnounced) {
                          "listed (warning)"});
 }
 
-TEST_F(Drain, ACodeTheOperationCannotRecordEndsTheTool) {
-  for (uint32_t code : {uint32_t(ENULL), uint32_t(EARG)}) {
+// A code the table lists as one the operation cannot meet, or does not
+// list at all, is never dropped: it ends the tool, naming the code.
+TEST_F(Drain, ACodeTheOperationCannotMeetEndsTheToolNamingIt) {
+  for (auto [code, name] : {std::pair{uint32_t(ENULL), "ENULL \\(code 3\\)"},
+                            std::pair{uint32_t(EARG), "EARG \\(code 5\\)"}}) {
     SCOPED_TRACE(code);
     EXPECT_EXIT(
         {
@@ -120,8 +118,21 @@ TEST_F(Drain, ACodeTheOperationCannotRecordEndsTheTool) {
           hex_setError(code);
           (void)drain_errors(kRows, {&self});
         },
-        testing::ExitedWithCode(1), "internal error");
+        testing::ExitedWithCode(1), std::string("\\(5\\) internal error: .*") + name);
   }
+}
+
+// A budget refusal says what would not fit, then ends the run as out of
+// memory.
+TEST_F(Drain, ABudgetRefusalSaysWhatThenEndsAsOutOfMemory) {
+  EXPECT_EXIT(
+      {
+        alert_setSink(nullptr);
+        hex_setBudgetError(0x100000000, 7);
+        (void)drain_errors(kRows, {&self});
+      },
+      testing::ExitedWithCode(1),
+      "argument : 7 copies would add 4294967296 rows\n\\(296\\) out of memory");
 }
 
 } // namespace

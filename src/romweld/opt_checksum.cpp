@@ -252,6 +252,11 @@ constexpr drain_row kRows[] = {
                 DF_ADDR),
     drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED),
     drain_error(EBADPOLY, "polynomial for a CRC checksum must be defined and non-zero"),
+    drain_error(EBELOWZERO, "the result would run past the top of the address space"),
+    drain_budget(EBUDGET,
+                 "the result would add %lu rows of 256 addresses to the image, more than the "
+                 "options of a run may add (4194304 rows: 1 GiB)",
+                 DF_ROWS),
 };
 
 } // namespace

@@ -22,6 +22,10 @@ namespace {
 // A fill of unused addresses cannot clash; the codes stay for fills that
 // overwrite.
 constexpr drain_row kFillRows[] = {
+    drain_budget(EBUDGET,
+                 "the fill would add %lu rows of 256 addresses to the image, more than the "
+                 "options of a run may add (4194304 rows: 1 GiB)",
+                 DF_ROWS),
     drain_error(ECLASH, "fill-data conflicts with existing data at address 0x%lX", DF_ADDR),
     drain_error(EPRESERVED,
                 "cannot insert fill-data at address 0x%lX because existing data is preserved",
@@ -183,11 +187,12 @@ bool doFILL(romweld_arg *a) {
   }
 
   const bool filled = hex_fill(ihex_getImage(romweld.hex), &f);
-  // The budget check refuses before anything is written: the fill cannot
-  // be held, which ends the run like any exhausted allocation.
-  if (!filled && hex_errno() == EMEMORY)
-    alert_outOfMemory();
   const bool clean = drain_errors(kFillRows, drain_ctx{a});
-  romweld_widenExtents(f.range.start, end);
+  // The log maps the range given; ",data" without an end, what it walked.
+  const fill_walk walk = hex_fillWalk(&f);
+  if (f.range.hasEnd)
+    romweld_widenExtents(f.range.start, f.range.end);
+  else if (walk.lo <= walk.hi)
+    romweld_widenExtents(walk.lo, walk.hi);
   return filled && clean;
 }

@@ -202,7 +202,6 @@ constexpr drain_row kSearchRows[] = {drain_internal(ENULL), drain_internal(ENOCO
 // placed by force is announced, and goes on.
 constexpr drain_row kChangeRows[] = {
     drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED),
-    drain_count(EMEMORY),
 };
 
 enum find_action { FIND_ONLY, FIND_REPLACE, FIND_DELETE };

@@ -51,7 +51,6 @@ constexpr drain_row kReadRows[] = {
     kClash,
     kPreserved,
     kClobbered,
-    drain_count(EMEMORY),
     // Not a message of its own: two different start linear addresses in
     // one file stop the tool.
     drain_internal(EEIPCONFLICT),
@@ -67,7 +66,6 @@ constexpr drain_row kMergeRows[] = {
     drain_internal(EIPCONFLICT),
     drain_internal(ECSCONFLICT),
     drain_internal(EEIPCONFLICT),
-    drain_count(EMEMORY),
 };
 
 // Range and offset are kept in address units as typed; doINFILE converts

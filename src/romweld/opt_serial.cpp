@@ -26,7 +26,10 @@ constexpr drain_row kSerialRows[] = {
     // same way, as strings are.
     drain_error(EBELOWZERO, "would program at addresses below zero"),
     drain_error(EOVERLAPS, "would program overlapping data"),
-    drain_count(EMEMORY),
+    drain_budget(EBUDGET,
+                 "%u copies would add %lu rows of 256 addresses to the image, more than the "
+                 "options of a run may add (4194304 rows: 1 GiB)",
+                 DF_NUM, DF_ROWS),
 };
 
 // A signed 32-bit field read from its sign on: "-1" and "+FFFFFFFF" are

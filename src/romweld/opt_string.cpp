@@ -24,7 +24,10 @@ constexpr drain_row kStringRows[] = {
     // An address past the top would wrap round to the bottom: refused the
     // same way, as serials are.
     drain_error(EBELOWZERO, "would program at addresses below zero"),
-    drain_count(EMEMORY),
+    drain_budget(EBUDGET,
+                 "the string would add %lu rows of 256 addresses to the image, more than the "
+                 "options of a run may add (4194304 rows: 1 GiB)",
+                 DF_ROWS),
 };
 
 } // namespace
