@@ -17,6 +17,10 @@ namespace {
 
 constexpr uint8_t kZeros[256] = {};
 
+// A hash takes every byte of its range, absent ones too; past this many
+// bytes the range is refused before any work.
+constexpr uint64_t kMaxHashBytes = uint64_t(1) << 32;
+
 // Undefined bytes met during a walk: the first one in walk order, the lowest
 // and the highest (see the header).
 struct undef_log {
@@ -445,6 +449,11 @@ bool hex_checksum(hexdata *h, const ckspec *s, std::vector<uint8_t> *resultOut) 
   }
   if (ckspec_isCRC(s->algorithm) && s->poly == 0) {
     hex_setError(EBADPOLY);
+    return false;
+  }
+  if ((s->algorithm == CK_SHA1 || s->algorithm == CK_SHA256) &&
+      s->range.end - s->range.start >= kMaxHashBytes) {
+    hex_setError(EARG);
     return false;
   }
   ROMWELD_ASSERT(s->resultWidth >= ckspec_getMinWidth(s->algorithm) &&

@@ -20,7 +20,8 @@
 // one; the W result bytes (stored order, no trailing codes) go to resultOut
 // when given. False with a recorded code: ENULL (no image or record, or
 // neither a destination nor resultOut), ENODATA (no range), EBADSKIP,
-// EUNKNOWNTYPE, EBADPOLY (a CRC without polynomial), ECLASH (a different
+// EUNKNOWNTYPE, EBADPOLY (a CRC without polynomial), EARG (a SHA range of
+// more than 4 GiB, refused before any work), ECLASH (a different
 // byte is there and s may not clobber), EPRESERVED, EMEMORY. A forced
 // store over forced data records ECLOBBERED and fails the call too, after
 // storing. Bytes stored before a failure stay.

@@ -252,6 +252,7 @@ constexpr drain_row kRows[] = {
                 DF_ADDR),
     drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED),
     drain_error(EBADPOLY, "polynomial for a CRC checksum must be defined and non-zero"),
+    drain_error(EARG, "SHA range is longer than 4 GiB (0x100000000 bytes); refused"),
 };
 
 } // namespace
