@@ -2,6 +2,9 @@
 // stream (optional in-word reversal and byte skipping; undefined bytes are
 // fed as 0, or left out by the additive sums), runs the record's algorithm,
 // turns the value into result bytes (with trailing codes) and stores them.
+// The cost follows the rows that hold data, not the length of the range:
+// untouched space is a run of zeros that each algorithm takes at once,
+// except a hash, which must still be fed every zero.
 //
 // Undefined bytes are reported as EUNDEFADDR records (address, whether the
 // byte was left out, the value assumed for it). A range may hold millions of
