@@ -327,6 +327,11 @@ bool doCHECKSUM(romweld_arg *a) {
   if (!units_rangeToBytes(a, ck->spec.range, &s.range))
     return false;
   hex_clearErrors();
+  // Intended: the Fletcher-8 count is taken in 32 bits, so a range of a
+  // multiple of 4 GiB counts no byte and the sum keeps its starting value.
+  if (s.algorithm == CK_FLETCHER8 && s.range.hasStart &&
+      uint32_t(s.range.end - s.range.start + 1) == 0)
+    arg_warning(a, "range is too long for the Fletcher-8 count; the sum covers none of it");
 
   std::vector<uint8_t> result;
   const bool computed = hex_checksum(ihex_getImage(romweld.hex), &s, &result);
