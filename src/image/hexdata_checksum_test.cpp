@@ -20,9 +20,10 @@ using namespace testutil;
 
 struct model_undef {
   bool any = false, skipped = false;
-  uint64_t lo = 0, hi = 0;
+  uint64_t first = 0, lo = 0, hi = 0;
   void note(uint64_t a, bool skip) {
     skipped = any ? skipped : skip;
+    first = any ? first : a;
     lo = any ? std::min(lo, a) : a;
     hi = any ? std::max(hi, a) : a;
     any = true;
@@ -36,11 +37,15 @@ uint64_t sext32(uint32_t v) { return uint64_t(int64_t(int32_t(v))); }
 
 // The stream of a non-additive algorithm: walk address and byte, or -1
 // where the address is skipped.
+uint64_t modelFrom(const ckspec &s, uint64_t a) {
+  const uint64_t r = s.revWordWidth;
+  return r ? a + (r - 1) - 2 * (a % r) : a;
+}
 std::vector<std::pair<uint64_t, int>> modelStream(const hexdata *h, const ckspec &s,
                                                   model_undef *u) {
   std::vector<std::pair<uint64_t, int>> out;
-  for (uint64_t a = s.range.start, r = s.revWordWidth; a <= s.range.end; ++a) {
-    const uint64_t from = r ? a + (r - 1) - 2 * (a % r) : a;
+  for (uint64_t a = s.range.start; a <= s.range.end; ++a) {
+    const uint64_t from = modelFrom(s, a);
     if (!modelSkipped(s, from) && !hex_hasByte(h, from))
       u->note(from, false);
     out.push_back({a, modelSkipped(s, from) ? -1 : hex_hasByte(h, from) ? hex_getByte(h, from) : 0});
@@ -137,18 +142,22 @@ TEST(Checksum, FastPathMatchesTheModelOnRandomImagesAndSpecs) {
   std::mt19937_64 rng(20240611);
   const int32_t algorithms[] = {1, 2, 3, 4, -1, -2, -3, -4, 5, -5, 7, 8, 10, 11};
   for (int round = 0; round < 600; ++round) {
-    Image img = newImage();
-    // A few runs of data with holes between them, some crossing rows.
+    Image img = newImage(), far = newImage();
+    // A few runs of data with holes between them, some crossing rows; every
+    // other image spread out, with holes of thousands of bytes.
     const uint64_t base = (rng() % 4) * 0x100 + rng() % 0x100;
+    const uint64_t spread = round % 2 ? 1 : 1 + rng() % 40;
     for (int k = 0, n = int(rng() % 6); k < n; ++k) {
       std::vector<uint8_t> run(1 + rng() % 300);
       for (auto &b : run)
         b = uint8_t(rng());
-      hex_storeBytes(img.get(), base + rng() % 0x500, run.data(), run.size());
+      hex_storeBytes(img.get(), base + spread * (rng() % 0x500), run.data(), run.size());
     }
     const int32_t g = algorithms[rng() % std::size(algorithms)];
-    const uint64_t start = base + rng() % 0x300;
-    ckspec s = makeSpec(g, start, start + rng() % 0x400);
+    // Every fourth range starts on whole reversal words.
+    const uint64_t align = round % 4 ? 1 : 60;
+    const uint64_t start = (base + spread * (rng() % 0x300)) / align * align;
+    ckspec s = makeSpec(g, start, start + spread * (rng() % 0x400));
     const uint32_t lo = ckspec_getMinWidth(g), hi = ckspec_getMaxWidth(g);
     ASSERT_TRUE(ckspec_setResultWidth(&s, lo + uint32_t(rng() % (hi - lo + 1))));
     s.bigEndianResult = rng() & 1;
@@ -173,11 +182,47 @@ TEST(Checksum, FastPathMatchesTheModelOnRandomImagesAndSpecs) {
     const model_undef seen = recordedUndef();
     ASSERT_EQ(seen.any, want.any);
     if (want.any) {
+      EXPECT_EQ(seen.first, want.first);
       EXPECT_EQ(seen.lo, want.lo);
       EXPECT_EQ(seen.hi, want.hi);
       EXPECT_EQ(seen.skipped, want.skipped);
       EXPECT_LE(hex_errorCount(), 3u);
     }
+
+    // The bytes the range reads, far up (840: whole reversal and skip
+    // words), with zeros in front that leave the value as it is: whole
+    // Fletcher-16 folds while s1 is 0, whole stretches of 20 while the
+    // Fletcher-8 sums are 0xFF, bytes an additive sum skips; a hash refuses
+    // more than 4 GiB. A CRC runs from 0 to the top of the address space,
+    // and must equal its first part carried on from the register it leaves.
+    const uint64_t up = 840 * ((uint64_t(1) << 52) + (rng() >> 14));
+    for (uint64_t a = s.range.start, m; a <= s.range.end; ++a)
+      if (hex_hasByte(img.get(), m = ckspec_isAdditive(g) ? a : modelFrom(s, a)))
+        hex_storeByte(far.get(), m + up, hex_getByte(img.get(), m));
+    ckspec f = s;
+    f.range.end += up;
+    f.range.start += up - (g == CK_FLETCHER16  ? 840 * 256 * (rng() >> 40)
+                           : g == CK_FLETCHER8 ? 16800 * (rng() % 200000)
+                           : g >= CK_SHA256    ? uint64_t(1) << 32
+                                               : f.range.start + up);
+    const uint64_t cut = f.range.end / 840 * 840 + 840 * (2 + rng() % (uint64_t(1) << 50));
+    ckspec head = f, tail = f;
+    head.range.end = cut - 1;
+    head.xorValue = 0;
+    tail.range = {cut, ~uint64_t(0), true, true};
+    hex_clearErrors();
+    std::vector<uint8_t> whole, part;
+    if (ckspec_isCRC(g)) {
+      f.range.end = ~uint64_t(0);
+      ASSERT_TRUE(hex_checksum(far.get(), &head, &part));
+      tail.offset = 0;
+      for (unsigned i = 0; i < s.resultWidth; ++i)
+        tail.offset = tail.offset << 8 | part[s.bigEndianResult ? i : s.resultWidth - 1 - i];
+      ASSERT_TRUE(hex_checksum(far.get(), &tail, &got));
+    }
+    const bool hash = g >= CK_SHA256;
+    EXPECT_EQ(hex_checksum(far.get(), &f, &whole), !hash);
+    EXPECT_EQ(hexBytes(whole) + (hash ? errors() : ""), hash ? "EARG" : hexBytes(got));
   }
 }
 

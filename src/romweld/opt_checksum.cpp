@@ -252,6 +252,7 @@ constexpr drain_row kRows[] = {
                 DF_ADDR),
     drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED),
     drain_error(EBADPOLY, "polynomial for a CRC checksum must be defined and non-zero"),
+    drain_error(EARG, "SHA range is longer than 4 GiB (0x100000000 bytes); refused"),
     drain_error(EBELOWZERO, "the result would run past the top of the address space"),
     drain_budget(EBUDGET,
                  "the result would add %lu rows of 256 addresses to the image, more than the "
@@ -331,6 +332,11 @@ bool doCHECKSUM(romweld_arg *a) {
   if (!units_rangeToBytes(a, ck->spec.range, &s.range))
     return false;
   hex_clearErrors();
+  // Intended: the Fletcher-8 count is taken in 32 bits, so a range of a
+  // multiple of 4 GiB counts no byte and the sum keeps its starting value.
+  if (s.algorithm == CK_FLETCHER8 && s.range.hasStart &&
+      uint32_t(s.range.end - s.range.start + 1) == 0)
+    arg_warning(a, "range is too long for the Fletcher-8 count; the sum covers none of it");
 
   std::vector<uint8_t> result;
   const bool computed = hex_checksum(ihex_getImage(romweld.hex), &s, &result);
