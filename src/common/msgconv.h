@@ -45,27 +45,89 @@ struct msgconv_list {
   }
 };
 
-constexpr msgconv_list msgconv_read(std::string_view fmt) {
+namespace msgconv_detail {
+
+constexpr bool isDigit(char c) { return c >= '0' && c <= '9'; }
+
+constexpr bool add(msgconv_list &out, const msgconv &c) {
+  if (out.count == MSGCONV_MAX)
+    return out.ok = false;
+  out.arg[out.count++] = c;
+  return true;
+}
+
+// The width and the precision at fmt[i]: digits, or '*' taking an int
+// argument of its own; false when the conversion cannot be used.
+constexpr bool readWidths(std::string_view fmt, size_t &i, size_t from, msgconv_list &out) {
   constexpr long maxField = 512; // wider cannot show in a message anyway
+  const size_t n = fmt.size();
+  for (int part = 0; part < 2; ++part) {
+    if (part == 1) {
+      if (i >= n || fmt[i] != '.')
+        break;
+      ++i;
+    }
+    if (i < n && fmt[i] == '*') {
+      msgconv star;
+      star.cls = 'd';
+      star.star = true;
+      star.from = static_cast<uint16_t>(from);
+      star.to = static_cast<uint16_t>(i + 1);
+      if (!add(out, star))
+        return false;
+      ++i;
+      continue;
+    }
+    long v = 0;
+    while (i < n && isDigit(fmt[i])) {
+      v = v * 10 + (fmt[i] - '0');
+      if (v > maxField)
+        return false;
+      ++i;
+    }
+    if (i < n && fmt[i] == '$')
+      return false;
+  }
+  return true;
+}
+
+// The length modifier and the conversion letter at fmt[i]; false for "%n"
+// and unknown letters.
+constexpr bool readKind(std::string_view fmt, size_t &i, msgconv &c) {
+  const size_t n = fmt.size();
+  const bool doubled = i + 1 < n && fmt[i] == fmt[i + 1];
+  if (doubled && (fmt[i] == 'h' || fmt[i] == 'l')) {
+    c.len[0] = c.len[1] = fmt[i];
+    i += 2;
+  } else if (i < n && (fmt[i] == 'h' || fmt[i] == 'l' || fmt[i] == 'L' || fmt[i] == 'j' ||
+                       fmt[i] == 'z' || fmt[i] == 't')) {
+    c.len[0] = fmt[i++];
+  }
+  if (i >= n)
+    return false;
+  switch (fmt[i]) {
+  case 'd': case 'i': c.cls = 'd'; break;
+  case 'u': case 'o': case 'x': case 'X': c.cls = 'u'; break;
+  case 'c': c.cls = 'c'; break;
+  case 's': c.cls = 's'; break;
+  case 'p': c.cls = 'p'; break;
+  case 'e': case 'E': case 'f': case 'F':
+  case 'g': case 'G': case 'a': case 'A': c.cls = 'f'; break;
+  default: return false;
+  }
+  return true;
+}
+
+} // namespace msgconv_detail
+
+constexpr msgconv_list msgconv_read(std::string_view fmt) {
+  using namespace msgconv_detail;
   msgconv_list out;
-  if (fmt.size() > UINT16_MAX) {
+  const size_t n = fmt.size();
+  if (n > UINT16_MAX) {
     out.ok = false;
     return out;
   }
-  auto fail = [&out] {
-    out.ok = false;
-    return out;
-  };
-  auto add = [&out](msgconv c) {
-    if (out.count == MSGCONV_MAX) {
-      out.ok = false;
-      return false;
-    }
-    out.arg[out.count++] = c;
-    return true;
-  };
-  auto isDigit = [](char c) { return c >= '0' && c <= '9'; };
-  const size_t n = fmt.size();
   for (size_t i = 0; i < n; ++i) {
     if (fmt[i] != '%')
       continue;
@@ -75,58 +137,14 @@ constexpr msgconv_list msgconv_read(std::string_view fmt) {
     while (i < n && (fmt[i] == '-' || fmt[i] == '+' || fmt[i] == ' ' || fmt[i] == '#' ||
                      fmt[i] == '0' || fmt[i] == '\''))
       ++i;
-    // A width or precision: digits, or '*' taking an int argument.
-    for (int part = 0; part < 2; ++part) {
-      if (part == 1) {
-        if (i >= n || fmt[i] != '.')
-          break;
-        ++i;
-      }
-      if (i < n && fmt[i] == '*') {
-        msgconv star;
-        star.cls = 'd';
-        star.star = true;
-        star.from = static_cast<uint16_t>(from);
-        star.to = static_cast<uint16_t>(i + 1);
-        if (!add(star))
-          return out;
-        ++i;
-        continue;
-      }
-      long v = 0;
-      while (i < n && isDigit(fmt[i])) {
-        v = v * 10 + (fmt[i] - '0');
-        if (v > maxField)
-          return fail();
-        ++i;
-      }
-      if (i < n && fmt[i] == '$')
-        return fail();
-    }
     msgconv c;
     c.from = static_cast<uint16_t>(from);
-    const bool doubled = i + 1 < n && fmt[i] == fmt[i + 1];
-    if (doubled && (fmt[i] == 'h' || fmt[i] == 'l')) {
-      c.len[0] = c.len[1] = fmt[i];
-      i += 2;
-    } else if (i < n && (fmt[i] == 'h' || fmt[i] == 'l' || fmt[i] == 'L' || fmt[i] == 'j' ||
-                         fmt[i] == 'z' || fmt[i] == 't')) {
-      c.len[0] = fmt[i++];
-    }
-    if (i >= n)
-      return fail();
-    switch (fmt[i]) {
-    case 'd': case 'i': c.cls = 'd'; break;
-    case 'u': case 'o': case 'x': case 'X': c.cls = 'u'; break;
-    case 'c': c.cls = 'c'; break;
-    case 's': c.cls = 's'; break;
-    case 'p': c.cls = 'p'; break;
-    case 'e': case 'E': case 'f': case 'F':
-    case 'g': case 'G': case 'a': case 'A': c.cls = 'f'; break;
-    default: return fail(); // "%n" and unknown letters
+    if (!readWidths(fmt, i, from, out) || !readKind(fmt, i, c)) {
+      out.ok = false;
+      return out;
     }
     c.to = static_cast<uint16_t>(i + 1);
-    if (!add(c))
+    if (!add(out, c))
       return out;
   }
   return out;
