@@ -13,14 +13,22 @@
 
 struct fuzz_exit {};
 
-inline void fuzz_setup() {
+inline void fuzz_setup(alert_sink sink = [](const char *) {}) {
   static bool done = false;
   if (done)
     return;
   done = true;
-  alert_setSink([](const char *) {});
+  alert_setSink(sink);
   alert_setExitForTests([](int) { throw fuzz_exit{}; });
   set_maxerrors(UINT_MAX);
+}
+
+// The message service as at the start of a run, for targets that judge a
+// whole run by its messages and error count.
+inline void fuzz_freshRun(alert_sink sink) {
+  alert_resetForTests();
+  alert_setSink(sink);
+  alert_setExitForTests([](int) { throw fuzz_exit{}; });
 }
 
 // The input as lines: one argument per line, empty lines dropped.

@@ -39,18 +39,18 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const ihex_readspec *use = nullptr;
   switch (mode & 7) {
   case 1:
-    ihex_readspec_setStart(&spec, 0x100);
-    ihex_readspec_setEnd(&spec, 0x1FFFF);
+    if (!ihex_readspec_setStart(&spec, 0x100) || !ihex_readspec_setEnd(&spec, 0x1FFFF))
+      std::abort();
     use = &spec;
     break;
   case 2:
-    ihex_readspec_setOffset(&spec, -0x1000);
+    if (!ihex_readspec_setOffset(&spec, -0x1000))
+      std::abort();
     use = &spec;
     break;
   case 3:
-    ihex_readspec_setOffset(&spec, 0x7FFFFFFF);
-    ihex_readspec_setCanBeClobbered(&spec, false);
-    ihex_readspec_setPreserveData(&spec, true);
+    if (!ihex_readspec_setOffset(&spec, 0x7FFFFFFF) || !store_setPreserve(&spec.policy, true))
+      std::abort();
     use = &spec;
     break;
   default:

@@ -381,8 +381,10 @@ namespace {
 // Reporting may itself need memory (a first message loads the message
 // file). A second failure must not loop back: it ends the run with a fixed
 // line, after removing the run's temporaries.
+bool g_reportingOutOfMemory = false;
+
 [[noreturn]] void outOfMemoryAgain() {
-  static const char line[] = "out of memory\n";
+  static const char line[] = "(296) out of memory\n";
   if (write(STDERR_FILENO, line, sizeof line - 1) < 0) {
   }
   os_endNow(1);
@@ -391,6 +393,8 @@ namespace {
 void newHandler() { alert_outOfMemory(); }
 
 [[noreturn]] void onTerminate() {
+  if (g_reportingOutOfMemory)
+    outOfMemoryAgain(); // whatever reporting threw, memory ran out first
   if (std::exception_ptr e = std::current_exception()) {
     try {
       std::rethrow_exception(e);
@@ -407,12 +411,28 @@ void newHandler() { alert_outOfMemory(); }
 } // namespace
 
 void alert_outOfMemory() {
+  g_reportingOutOfMemory = true;
   std::set_new_handler(outOfMemoryAgain);
-  alert<296>();
+  if (G().initStarted && !msgfile_primary()) {
+    // Memory ran out while the message file was being loaded: the built-in
+    // text, which needs no loading.
+    char text[kTextSize];
+    const std::string_view t = msgs_enText(296).substr(0, kTextSize - 1);
+    std::memcpy(text, t.data(), t.size());
+    text[t.size()] = '\0';
+    alert_typed(296, "F", "%s", text);
+  } else {
+    alert<296>();
+  }
   endProcess(); // 296 is fatal in the built-in file; a file may not make it less
 }
 
 void alert_catchOutOfMemory() {
+  // What reporting needs is made before the handler is in place: a failure
+  // while it is being made would otherwise re-enter its making from the
+  // handler.
+  G();
+  os_selfExePath();
   std::set_new_handler(newHandler);
   std::set_terminate(onTerminate);
 }

@@ -185,16 +185,22 @@ void installHandlers() {
   signal(SIGXFSZ, SIG_IGN);
 }
 
-// Call with the end signals held.
-void registerPath(const std::string &path, bool dir) {
-  installHandlers();
-  char *copy = new char[path.size() + 1];
-  std::memcpy(copy, path.c_str(), path.size() + 1);
+// A copy of a temporary's template, made before the temporary exists: once
+// it exists, nothing may fail before it is registered for removal.
+char *copyOf(const char *tmpl) {
+  const size_t n = std::strlen(tmpl) + 1;
+  char *copy = new char[n];
+  std::memcpy(copy, tmpl, n);
+  return copy;
+}
+
+// Call with the end signals held. Takes over `path`, a copyOf.
+void registerPath(char *path, bool dir) {
   for (endSlot &s : g_slots) {
     if (s.path.load() == nullptr) {
       s.dir.store(dir);
       s.owner.store(getpid());
-      s.path.store(copy);
+      s.path.store(path);
       return;
     }
   }
@@ -216,19 +222,31 @@ void forgetPath(const std::string &path) {
 } // namespace
 
 std::optional<std::string> os_makePrivateTempDir(const char *tmpl) {
-  std::vector<char> buf(tmpl, tmpl + std::strlen(tmpl) + 1);
+  installHandlers();
+  char *path = copyOf(tmpl);
+  std::string made; // made before the directory, for the same reason
+  made.reserve(std::strlen(tmpl));
   holdSignals hold;
-  if (!mkdtemp(buf.data()))
+  if (!mkdtemp(path)) {
+    delete[] path;
     return std::nullopt;
-  registerPath(buf.data(), true);
-  return std::string(buf.data());
+  }
+  registerPath(path, true);
+  made = path;
+  return made;
 }
 
 int os_makeTempFile(std::string *path) {
+  installHandlers();
+  char *copy = copyOf(path->c_str());
   holdSignals hold;
-  const int fd = mkostemp(path->data(), O_CLOEXEC);
-  if (fd >= 0)
-    registerPath(*path, false);
+  const int fd = mkostemp(copy, O_CLOEXEC);
+  if (fd < 0) {
+    delete[] copy;
+    return fd;
+  }
+  std::memcpy(path->data(), copy, path->size());
+  registerPath(copy, false);
   return fd;
 }
 
