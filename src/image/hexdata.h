@@ -84,10 +84,11 @@ int hex_deleteBytes(hexdata *h, uint64_t start, uint64_t count);
 
 // ---- the rows options may add ------------------------------------------
 // Options (fills, serials, strings, checksum results) may add at most this
-// many rows to an image in all: 1 GiB of address space, about 1.5 GiB of
-// memory. Each asks before it writes, so a mistyped range fails at once
-// instead of exhausting the machine. Input files are not counted.
-constexpr uint64_t HEX_ROW_BUDGET = uint64_t(1) << 22;
+// many rows to an image in all: 512 MiB of address space, about 800 MB of
+// memory whether a row holds one byte or 256. Each asks before it writes,
+// so a mistyped range or count fails at once instead of exhausting the
+// machine. Input files are not counted.
+constexpr uint64_t HEX_ROW_BUDGET = uint64_t(1) << 21;
 // Rows of the address range first..last that the image holds; the cost
 // follows the rows held, not the range.
 uint64_t hex_rowsHeld(const hexdata *h, uint64_t first, uint64_t last);

@@ -30,6 +30,12 @@
 
 #include "common/alert.h"
 #include "common/msgconv.h"
+#include "image/hexdata.h"
+
+// How a budget refusal ends: the limit it met, in the budget's own terms.
+#define DRAIN_BUDGET_LIMIT \
+  "more than the options of a run may add (2097152 rows: 512 MiB)"
+static_assert(HEX_ROW_BUDGET == 2097152, "DRAIN_BUDGET_LIMIT states the budget");
 
 struct romweld_arg;
 

@@ -255,8 +255,7 @@ constexpr drain_row kRows[] = {
     drain_error(EARG, "SHA range is longer than 4 GiB (0x100000000 bytes); refused"),
     drain_error(EBELOWZERO, "the result would run past the top of the address space"),
     drain_budget(EBUDGET,
-                 "the result would add %lu rows of 256 addresses to the image, more than the "
-                 "options of a run may add (4194304 rows: 1 GiB)",
+                 "the result would add %lu rows of 256 addresses to the image, " DRAIN_BUDGET_LIMIT,
                  DF_ROWS),
 };
 

@@ -23,8 +23,7 @@ namespace {
 // overwrite.
 constexpr drain_row kFillRows[] = {
     drain_budget(EBUDGET,
-                 "the fill would add %lu rows of 256 addresses to the image, more than the "
-                 "options of a run may add (4194304 rows: 1 GiB)",
+                 "the fill would add %lu rows of 256 addresses to the image, " DRAIN_BUDGET_LIMIT,
                  DF_ROWS),
     drain_error(ECLASH, "fill-data conflicts with existing data at address 0x%lX", DF_ADDR),
     drain_error(EPRESERVED,

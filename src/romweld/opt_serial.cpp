@@ -27,8 +27,7 @@ constexpr drain_row kSerialRows[] = {
     drain_error(EBELOWZERO, "would program at addresses below zero"),
     drain_error(EOVERLAPS, "would program overlapping data"),
     drain_budget(EBUDGET,
-                 "%u copies would add %lu rows of 256 addresses to the image, more than the "
-                 "options of a run may add (4194304 rows: 1 GiB)",
+                 "%u copies would add %lu rows of 256 addresses to the image, " DRAIN_BUDGET_LIMIT,
                  DF_NUM, DF_ROWS),
 };
 

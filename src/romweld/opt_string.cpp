@@ -25,8 +25,7 @@ constexpr drain_row kStringRows[] = {
     // same way, as serials are.
     drain_error(EBELOWZERO, "would program at addresses below zero"),
     drain_budget(EBUDGET,
-                 "the string would add %lu rows of 256 addresses to the image, more than the "
-                 "options of a run may add (4194304 rows: 1 GiB)",
+                 "the string would add %lu rows of 256 addresses to the image, " DRAIN_BUDGET_LIMIT,
                  DF_ROWS),
 };
 
