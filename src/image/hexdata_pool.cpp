@@ -1,5 +1,6 @@
 // Row pools of the memory image. A pool keeps at most kPoolKeep returned
-// blocks (and as many note arrays); more go back to the heap.
+// blocks (and as many note tables of each size); more go back to the heap.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <vector>
@@ -14,7 +15,7 @@ constexpr size_t kPoolKeep = 1024;
 
 struct pools {
   std::vector<hex_block *> blocks;
-  std::vector<const void **> notes;
+  std::vector<hex_notes *> notes[4]; // by size: 1, 2, 4 and 64 bits per column
   long failAfter = -1; // tests: allocations left before they fail
 };
 
@@ -51,23 +52,33 @@ hex_block *takeBlock(uint64_t row) {
   return b;
 }
 
-// An uninitialised 256-entry note array, or null.
-const void **takeNotes() {
+namespace {
+std::vector<hex_notes *> &notesPool(unsigned bits) {
+  return pool().notes[std::min(unsigned(__builtin_ctz(bits)), 3u)];
+}
+} // namespace
+
+// A note table of `bits` without owners, its index uninitialised; or null.
+hex_notes *takeNotes(unsigned bits) {
   if (allocationFails())
     return nullptr;
-  pools &p = pool();
-  if (!p.notes.empty()) {
-    const void **n = p.notes.back();
-    p.notes.pop_back();
-    return n;
+  std::vector<hex_notes *> &kept = notesPool(bits);
+  hex_notes *n;
+  if (!kept.empty()) {
+    n = kept.back();
+    kept.pop_back();
+  } else if (!(n = static_cast<hex_notes *>(std::malloc(notesSize(bits))))) {
+    return nullptr;
   }
-  return static_cast<const void **>(std::malloc(256 * sizeof(void *)));
+  n->bits = uint8_t(bits);
+  n->owners = 0;
+  return n;
 }
 
-void giveNotes(const void **n) {
-  pools &p = pool();
-  if (p.notes.size() < kPoolKeep)
-    p.notes.push_back(n);
+void giveNotes(hex_notes *n) {
+  std::vector<hex_notes *> &kept = notesPool(n->bits);
+  if (kept.size() < kPoolKeep)
+    kept.push_back(n);
   else
     std::free(n);
 }

@@ -91,6 +91,8 @@ TEST_F(ImageTest, RefusalsAreRecordedAndChangeNothing) {
   hex_storeByte(H, 0x10, 0x11);
   hex_storeByte(H, 0x4FF, 0x22);
   hex_setNote(H, 0x10, 0x1F, &ownerA);
+  hex_setNote(H, 0x30, 0x30, &ownerA); // row 0: one owner with a hole, the smallest note table
+  hex_setNote(H, 0x4FF, 0x4FF, &ownerA);
   hex_storeByte(S, 0x300, 1);
   const uint8_t three[3] = {1, 2, 3};
   const std::string before = dump(H, 0, 0x4FF);
@@ -104,9 +106,10 @@ TEST_F(ImageTest, RefusalsAreRecordedAndChangeNothing) {
       {false, [&] { return (copyRows(H, E, 1) != 1) + (hex_mergeFrom(H, H, 0) != 1); }, ""}, // nothing new
       {true, [&] { return hex_storeByte(H, 0x1000, 1); }, "EMEMORY"},
       {true, [&] { return hex_storeBytes(H, 0x10FF, three, 3); }, "EMEMORY EMEMORY EMEMORY"},
-      // A new row, and a row whose owners would become mixed.
-      {true, [&] { return hex_setNote(H, 0x2000, 0x2001, &ownerA) + hex_setNote(H, 0x14, 0x14, &ownerB); },
-       "EMEMORY EMEMORY"},
+      // A new row, a row whose owners would become mixed, a note table that would grow.
+      {true, [&] { return hex_setNote(H, 0x2000, 0x2001, &ownerA) + hex_setNote(H, 0x4FE, 0x4FE, &ownerB) +
+                          hex_setNote(H, 0x14, 0x14, &ownerB); },
+       "EMEMORY EMEMORY EMEMORY"},
       {true, [&] { return hex_create() != nullptr; }, "EMEMORY"},
       {true, [&] { return copyRows(H, S, 0); }, "EMEMORY"}, // a row the destination lacks
   };
@@ -302,6 +305,7 @@ TEST_F(ImageTest, RandomOperationsMatchNaiveModel) {
       return b;
     };
     const void *owners[] = {nullptr, &ownerA, &ownerB, &ownerC};
+    static const char many[300] = {}; // owners enough to outgrow every note table
     Pair p;
     // Half of the operations go where the previous one went: a store onto
     // what was just deleted, preserved or stored by the other rule.
@@ -310,7 +314,7 @@ TEST_F(ImageTest, RandomOperationsMatchNaiveModel) {
       p.md.errs.clear();
       uint64_t n = 1 + pick(pick(4) ? 16 : 255), got = 0, want = 1;
       a = step && pick(2) ? a : addr();
-      switch (pick(9)) {
+      switch (pick(10)) {
       case 0:
       case 1:
         got = p.put(a, bytes(n), pick(3) == 0);
@@ -339,6 +343,11 @@ TEST_F(ImageTest, RandomOperationsMatchNaiveModel) {
         p = std::move(fresh);
         break;
       }
+      case 6: // bytes of a stretch given owners of their own, some shared, in any order
+        got = 1;
+        for (uint64_t k = 0, at = a; k < n; ++k, at = a + pick(n))
+          got &= p.note(at, std::min(at + pick(3), a + n - 1), &many[pick(pick(2) ? 20 : std::size(many))]);
+        break;
       default: {
         // A small source image, merged by copy or by move.
         Pair s;

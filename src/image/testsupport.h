@@ -5,7 +5,7 @@
 
 #include <cstdint>
 
-// After n more successful row or note-array allocations, every further one
+// After n more successful row or note-table allocations, every further one
 // fails as if the heap were exhausted; a negative n ends that.
 void hex_failAllocationsAfter(long n);
 
