@@ -25,7 +25,7 @@ inline std::string hexText(uint64_t v) {
 
 // Owners other than these three by their address.
 inline std::string noteName(const void *n) {
-  return !n ? "-" : n == &ownerA ? "A" : n == &ownerB ? "B" : n == &ownerC ? "C" : "?" + hexText(uintptr_t(n));
+  return !n ? "-" : n == &ownerA ? "A" : n == &ownerB ? "B" : n == &ownerC ? "C" : std::string("?").append(hexText(uintptr_t(n)));
 }
 
 // One slot: its data ("-" first when absent), R when preserved, F when
