@@ -29,15 +29,31 @@ struct findspec {
 bool findspec_setRange(findspec *s, uint64_t start, uint64_t end);
 bool findspec_setOverlap(findspec *s, bool on);
 
-// The matches of one search in ascending address order, with the image's
-// bytes at each (they differ from the code where the mask has 0 bits). The
-// bytes are kept in one block, `width` per match, so that a search matching
-// everywhere costs no allocation per match.
+// The matches of one search in ascending address order, as runs: a run is
+// `count` matches from `first` on, `step` apart, so a search that matches
+// everywhere costs a few bytes per stretch of the image, not per match. A
+// match's bytes are the image's (they differ from the code where the mask
+// has 0 bits), read from it when the match is used.
 struct findmatches {
+  struct run {
+    uint64_t first, count, step; // step 0 while the run is one match
+    uint64_t last() const { return first + (count - 1) * step; } // the last match's address
+  };
   size_t width = 0;
-  std::vector<uint64_t> addrs;
-  std::vector<uint8_t> found;
+  std::vector<run> runs;
 
-  size_t count() const { return addrs.size(); }
-  std::span<const uint8_t> bytes(size_t i) const { return {found.data() + i * width, width}; }
+  bool empty() const { return runs.empty(); }
+  // Adds a match above the last one: it goes on the last run when it keeps
+  // that run's step.
+  void add(uint64_t at) {
+    if (!runs.empty()) {
+      run &r = runs.back();
+      if (r.count == 1 || at - r.last() == r.step) {
+        r.step = at - r.last();
+        ++r.count;
+        return;
+      }
+    }
+    runs.push_back({at, 1, 0});
+  }
 };

@@ -11,7 +11,9 @@
 // proportional to the rows touched, never to the highest address: rows are
 // found by index arithmetic through a sparse directory, and walks skip
 // untouched space in steps of whole directory nodes. A row whose bytes share
-// one owner keeps a single note until one of its bytes gets another.
+// one owner keeps a single note until one of its bytes gets another; then
+// each byte names its owner in a list of the row's owners, at a few bits a
+// byte while the row has few.
 #pragma once
 
 #include <cstdint>

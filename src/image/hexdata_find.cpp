@@ -91,19 +91,6 @@ void walk(const hexdata *h, uint64_t first, uint64_t last, Matcher &m, End end) 
   }
 }
 
-// The bytes of a match are all present: copied row by row.
-void copyFound(const hexdata *h, uint64_t addr, size_t n, uint8_t *out) {
-  while (n > 0) {
-    const hex_row *r = hex_getRow(h, hex_rowOf(addr));
-    const unsigned c = unsigned(addr & 0xFF);
-    const size_t k = std::min<size_t>(n, 256 - c);
-    std::copy_n(r->data + c, k, out);
-    out += k;
-    n -= k;
-    addr += k;
-  }
-}
-
 template <bool OneWord>
 void search(const hexdata *h, const findspec &s, uint64_t first, uint64_t last,
             findmatches *out) {
@@ -113,13 +100,10 @@ void search(const hexdata *h, const findspec &s, uint64_t first, uint64_t last,
     const uint64_t at = endAddr - (n - 1);
     if (s.alignment > 1 && (at - first) % s.alignment != 0)
       return;
-    if (!s.overlap && !out->addrs.empty() && at - out->addrs.back() < n)
+    if (!s.overlap && !out->empty() && at - out->runs.back().last() < n)
       return;
-    out->addrs.push_back(at);
+    out->add(at);
   });
-  out->found.resize(out->addrs.size() * n);
-  for (size_t i = 0; i < out->addrs.size(); ++i)
-    copyFound(h, out->addrs[i], n, &out->found[i * n]);
 }
 
 } // namespace

@@ -20,8 +20,10 @@
 // present-byte count and its notes. Notes are kept in one of three forms:
 // none (the row never had a note set: every note reads null), a span (one
 // note on columns nlo..nhi, null elsewhere; a whole row with one owner is
-// the span 0..255) or a 256-entry array once the row's owners are mixed.
+// the span 0..255) or, once the row's owners are mixed, a note table
+// (hex_notes) whose size follows the number of owners the row has.
 // Whether a row has notes at all matters to merging, which copies notes
+// only from rows that have them.
 #pragma once
 
 #include <algorithm>
@@ -44,11 +46,45 @@ constexpr unsigned kMids = 1024;   // mids per region
 constexpr unsigned kSlots = 256;   // slots per mid
 constexpr unsigned kLeafRows = 64; // rows per slot
 
+// A row's notes once its owners are mixed: each column names its owner by
+// an index into a short table of the row's distinct owners (index 0: no
+// note), packed `bits` to a column, so a row of two owners costs 96 bytes.
+// The index words (256 * bits / 64) follow the header, then the table
+// (2^bits - 1 owners). A row with more owners than 4 bits can name keeps a
+// pointer per column instead (bits 64, no table): a row may have 256.
+struct alignas(8) hex_notes {
+  uint8_t bits;   // 1, 2 or 4 bits of index per column; 64: a pointer per column
+  uint8_t owners; // table entries in use; an entry no column names may stay
+  uint64_t *index() { return reinterpret_cast<uint64_t *>(this + 1); }
+  const uint64_t *index() const { return reinterpret_cast<const uint64_t *>(this + 1); }
+  const void **table() { return reinterpret_cast<const void **>(index() + 4 * bits); }
+  const void *const *table() const { return reinterpret_cast<const void *const *>(index() + 4 * bits); }
+  const void **column() { return reinterpret_cast<const void **>(this + 1); }
+  const void *const *column() const { return reinterpret_cast<const void *const *>(this + 1); }
+};
+static_assert(sizeof(hex_notes) == 8 && sizeof(void *) == 8, "index words and owners follow the header");
+
+inline unsigned notesCapacity(unsigned bits) { return bits == 64 ? 0 : (1u << bits) - 1; }
+inline size_t notesSize(unsigned bits) {
+  return sizeof(hex_notes) + 8 * (4 * size_t(bits) + notesCapacity(bits));
+}
+// The table index of column c (packed forms).
+inline unsigned indexAt(const hex_notes *m, unsigned c) {
+  const unsigned bit = c * m->bits;
+  return unsigned(m->index()[bit >> 6] >> (bit & 63)) & ((1u << m->bits) - 1);
+}
+inline const void *mixedNote(const hex_notes *m, unsigned c) {
+  if (m->bits == 64)
+    return m->column()[c];
+  const unsigned i = indexAt(m, c);
+  return i ? m->table()[i - 1] : nullptr;
+}
+
 struct hex_block {
   hex_row r;
   uint64_t row;
-  const void *note;   // the span's note, null when notes is set or none
-  const void **notes; // 256 notes once a row's owners are mixed
+  const void *note;  // the span's note, null when notes is set or none
+  hex_notes *notes;  // the note table once a row's owners are mixed
   uint16_t present;   // bits set in r.present
   uint8_t nlo, nhi;   // the span's columns
   uint8_t flags;
@@ -96,12 +132,14 @@ struct hexdata {
 namespace hexmem {
 
 // ---- pools (hexdata_pool.cpp) -----------------------------------------------
-// Blocks and note arrays are recycled across all images of the process.
+// Blocks and note tables are recycled across all images of the process.
 // None of these returns for want of memory: the run ends first (alert.h).
 hex_block *takeBlock(uint64_t row); // a zeroed block for a row
 void giveBlock(hex_block *b);
-const void **takeNotes(); // an uninitialised 256-entry note array
-void giveNotes(const void **n);
+// A note table of `bits` (1, 2, 4 or 64) with no owners and its index or
+// columns uninitialised.
+hex_notes *takeNotes(unsigned bits);
+void giveNotes(hex_notes *n);
 void *newNode(size_t size); // a zeroed directory node
 void freeNode(void *n);
 template <class T> T *newNode() { return static_cast<T *>(newNode(sizeof(T))); }
@@ -243,14 +281,12 @@ bool prevPresent(const hexdata *h, uint64_t start, uint64_t end, uint64_t *found
 
 inline const void *noteAt(const hex_block *b, unsigned c) {
   if (b->notes)
-    return b->notes[c];
+    return mixedNote(b->notes, c);
   return c >= b->nlo && c <= b->nhi ? b->note : nullptr;
 }
-// Sets the note of columns c0..c1; false when a note array was needed and
-// none could be obtained (the notes are then unchanged).
-bool setNotes(hex_block *b, unsigned c0, unsigned c1, const void *n);
-// Gives d the note s has at column c, or s's notes for the whole row; a
-// merge that cannot get a note array would lose owners: out of memory.
+// Sets the note of columns c0..c1.
+void setNotes(hex_block *b, unsigned c0, unsigned c1, const void *n);
+// Gives d the note s has at column c, or s's notes for the whole row.
 void mergeNote(hex_block *d, const hex_block *s, unsigned c);
 void mergeNotes(hex_block *d, const hex_block *s);
 // First column of c0..c1 whose note is not n; -1 when all carry n.

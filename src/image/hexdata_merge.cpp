@@ -89,7 +89,6 @@ int merge(hexdata *dst, hexdata *src, int force, bool move) {
     dst->hex_hiAddr = src->hex_hiAddr;
   int ok = 1;
   uint64_t added = 0;
-  bool failed = false;
   // Only rows within src's bounds take part.
   eachBlockUp(src, hex_rowOf(src->hex_loAddr), hex_rowOf(src->hex_hiAddr), [&](hex_block *s) {
     if (!(s->flags & BLK_DATA))
@@ -108,11 +107,8 @@ int merge(hexdata *dst, hexdata *src, int force, bool move) {
       return true;
     }
     if (!d || !(d->flags & BLK_DATA)) {
-      if (!d && !(d = blockOf(dst, s->row))) {
-        hex_setError(EMEMORY);
-        failed = true;
-        return false;
-      }
+      if (!d)
+        d = blockOf(dst, s->row);
       d->flags |= BLK_DATA | BLK_NOTES;
       std::memcpy(&d->r, &s->r, sizeof d->r);
       d->present = s->present;
@@ -135,7 +131,7 @@ int merge(hexdata *dst, hexdata *src, int force, bool move) {
   dst->hex_byteCount += added;
   if (move)
     hex_clear(src);
-  return failed ? 0 : ok;
+  return ok;
 }
 
 } // namespace

@@ -1,7 +1,8 @@
 // Row pools of the memory image. A pool keeps at most kPoolKeep returned
-// blocks (and as many note arrays); more go back to the heap. Every
-// allocation goes through operator new, whose failure ends the run with
-// the out-of-memory message (alert.h).
+// blocks (and as many note tables of each size); more go back to the heap.
+// Every allocation goes through operator new, whose failure ends the run
+// with the out-of-memory message (alert.h).
+#include <algorithm>
 #include <new>
 #include <cstring>
 #include <vector>
@@ -14,7 +15,7 @@ constexpr size_t kPoolKeep = 1024;
 
 struct pools {
   std::vector<hex_block *> blocks;
-  std::vector<const void **> notes;
+  std::vector<hex_notes *> notes[4]; // by size: 1, 2, 4 and 64 bits per column
 };
 
 // Never destroyed: the pools outlive every image, whatever the exit order.
@@ -37,20 +38,30 @@ hex_block *takeBlock(uint64_t row) {
   return b;
 }
 
-const void **takeNotes() {
-  pools &p = pool();
-  if (!p.notes.empty()) {
-    const void **n = p.notes.back();
-    p.notes.pop_back();
-    return n;
+namespace {
+std::vector<hex_notes *> &notesPool(unsigned bits) {
+  return pool().notes[std::min(unsigned(__builtin_ctz(bits)), 3u)];
+}
+} // namespace
+
+hex_notes *takeNotes(unsigned bits) {
+  std::vector<hex_notes *> &kept = notesPool(bits);
+  hex_notes *n;
+  if (!kept.empty()) {
+    n = kept.back();
+    kept.pop_back();
+  } else {
+    n = static_cast<hex_notes *>(::operator new(notesSize(bits)));
   }
-  return static_cast<const void **>(::operator new(256 * sizeof(void *)));
+  n->bits = uint8_t(bits);
+  n->owners = 0;
+  return n;
 }
 
-void giveNotes(const void **n) {
-  pools &p = pool();
-  if (p.notes.size() < kPoolKeep)
-    p.notes.push_back(n);
+void giveNotes(hex_notes *n) {
+  std::vector<hex_notes *> &kept = notesPool(n->bits);
+  if (kept.size() < kPoolKeep)
+    kept.push_back(n);
   else
     ::operator delete(n);
 }

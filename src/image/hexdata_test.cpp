@@ -288,6 +288,7 @@ TEST_F(ImageTest, RandomOperationsMatchNaiveModel) {
       return b;
     };
     const void *owners[] = {nullptr, &ownerA, &ownerB, &ownerC};
+    static const char many[300] = {}; // owners enough to outgrow every note table
     Pair p;
     // Half of the operations go where the previous one went: a store onto
     // what was just deleted, preserved or stored by the other rule.
@@ -296,7 +297,7 @@ TEST_F(ImageTest, RandomOperationsMatchNaiveModel) {
       p.md.errs.clear();
       uint64_t n = 1 + pick(pick(4) ? 16 : 255), got = 0, want = 1;
       a = step && pick(2) ? a : addr();
-      switch (pick(9)) {
+      switch (pick(10)) {
       case 0:
       case 1:
         got = p.put(a, bytes(n), pick(3) == 0);
@@ -325,6 +326,11 @@ TEST_F(ImageTest, RandomOperationsMatchNaiveModel) {
         p = std::move(fresh);
         break;
       }
+      case 6: // bytes of a stretch given owners of their own, some shared, in any order
+        got = 1;
+        for (uint64_t k = 0, at = a; k < n; ++k, at = a + pick(n))
+          got &= p.note(at, std::min(at + pick(3), a + n - 1), &many[pick(pick(2) ? 20 : std::size(many))]);
+        break;
       default: {
         // A small source image, merged by copy or by move.
         Pair s;

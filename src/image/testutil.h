@@ -17,8 +17,15 @@ namespace testutil {
 // Only the identity of an owner matters.
 inline int ownerA, ownerB, ownerC;
 
+inline std::string hexText(uint64_t v) {
+  char tmp[20];
+  std::snprintf(tmp, sizeof tmp, "%" PRIX64, v);
+  return tmp;
+}
+
+// Owners other than these three by their address.
 inline std::string noteName(const void *n) {
-  return !n ? "-" : n == &ownerA ? "A" : n == &ownerB ? "B" : n == &ownerC ? "C" : "?";
+  return !n ? "-" : n == &ownerA ? "A" : n == &ownerB ? "B" : n == &ownerC ? "C" : std::string("?").append(hexText(uintptr_t(n)));
 }
 
 // One slot: its data ("-" first when absent), R when preserved, F when
@@ -42,12 +49,6 @@ inline void addToken(std::string &out, const std::string &token) {
   if (!out.empty())
     out += ' ';
   out += token;
-}
-
-inline std::string hexText(uint64_t v) {
-  char tmp[20];
-  std::snprintf(tmp, sizeof tmp, "%" PRIX64, v);
-  return tmp;
 }
 
 // Bytes as hexadecimal digits, in the order given ("0159").

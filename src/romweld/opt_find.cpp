@@ -6,10 +6,12 @@
 // under its mask and stores it by force; a delete leaves a gap that a later
 // fill may fill. Both own the bytes they touch; a replace also widens the
 // log's extents.
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <string>
 #include <strings.h>
+#include <vector>
 
 #include "common/alert.h"
 #include "image/hex_errno.h"
@@ -206,26 +208,135 @@ constexpr drain_row kChangeRows[] = {
 
 enum find_action { FIND_ONLY, FIND_REPLACE, FIND_DELETE };
 
-bool replaceRun(romweld_arg *a, const find_arg &f, hexdata *h, uint64_t at,
-                std::span<const uint8_t> found) {
-  const size_t n = found.size();
-  log_print(", replaced with (");
-  for (size_t i = n; i-- > 0;) {
-    const uint8_t m = f.replacementMask[i];
-    const uint8_t v = uint8_t((f.replacement[i] & m) | (found[i] & ~m));
-    (void)hex_forceByte(h, at + i, v); // refusals are in the error list
-    log_print("%02X", v);
+// The bytes of each match as the search found them, read from the image as
+// the matches come. A delete takes bytes that later matches may share; the
+// match just before holds all of those, so they come from its bytes.
+class found_bytes {
+public:
+  found_bytes(const hexdata *h, size_t n) : h_(h), bytes_(n) {}
+
+  std::span<const uint8_t> at(uint64_t addr) {
+    const size_t n = bytes_.size();
+    const size_t shared = any_ && addr - prev_ < n ? n - size_t(addr - prev_) : 0;
+    std::copy(bytes_.end() - shared, bytes_.end(), bytes_.begin());
+    for (size_t i = shared; i < n; ++i)
+      bytes_[i] = hex_getByte(h_, addr + i);
+    prev_ = addr;
+    any_ = true;
+    return bytes_;
   }
-  log_print("h)\n");
+
+private:
+  const hexdata *h_;
+  std::vector<uint8_t> bytes_;
+  uint64_t prev_ = 0;
+  bool any_ = false;
+};
+
+// The code merged into a match's bytes under the replacement mask.
+void replacementOf(const find_arg &f, std::span<const uint8_t> found, uint8_t *out) {
+  for (size_t i = 0; i < found.size(); ++i) {
+    const uint8_t m = f.replacementMask[i];
+    out[i] = uint8_t((f.replacement[i] & m) | (found[i] & ~m));
+  }
+}
+
+// Message 1212 and the start of the match's log line, when either is wanted.
+void showFound(const find_arg &f, uint64_t at, std::span<const uint8_t> found) {
+  const std::string text = bytesText(found);
+  if (f.warn)
+    alert<1212>(f.title.c_str(), text.c_str(), alert_format("%lX", at).c_str());
+  log_print("  found (%sh) at address %lXh", text.c_str(), at);
+}
+
+// v: room for the match's new bytes.
+bool replaceMatch(romweld_arg *a, const find_arg &f, hexdata *h, uint64_t at,
+                  std::span<const uint8_t> found, std::span<uint8_t> v) {
+  const size_t n = found.size();
+  replacementOf(f, found, v.data());
+  log_print(", replaced with (%sh)\n", bytesText(v).c_str());
+  for (size_t i = n; i-- > 0;)
+    (void)hex_forceByte(h, at + i, v[i]); // refusals are in the error list
   (void)hex_setNote(h, at, at + n - 1, a);
   romweld_widenExtents(at, at + n - 1);
   return drain_errors(kChangeRows, drain_ctx{a});
 }
 
-bool deleteRun(romweld_arg *a, hexdata *h, uint64_t at, size_t n) {
+bool deleteMatch(romweld_arg *a, hexdata *h, uint64_t at, size_t n) {
   (void)hex_deleteBytes(h, at, n);
   (void)hex_setNote(h, at, at + n - 1, a);
   log_print(" and deleted\n");
+  return drain_errors(kChangeRows, drain_ctx{a});
+}
+
+// One match, refused when it holds a preserved byte.
+bool changeMatch(romweld_arg *a, const find_arg &f, hexdata *h, find_action action, uint64_t at,
+                 std::span<const uint8_t> found, std::span<uint8_t> scratch) {
+  const size_t n = f.matches.width;
+  hex_clearErrors();
+  if (hex_anyPreserved(h, at, n)) {
+    // Intended: a replace is refused with the delete's words, and the
+    // match's log line is left without its end.
+    arg_error(a, "cannot delete %u byte(s) of preserved data at 0x%lX", unsigned(n), at);
+    return action == FIND_DELETE; // a refused delete does not fail the run
+  }
+  return action == FIND_REPLACE ? replaceMatch(a, f, h, at, found, scratch) : deleteMatch(a, h, at, n);
+}
+
+// True when no byte of first..last is preserved or was placed by force:
+// changing it is then refused nowhere and announces nothing.
+bool quietStretch(const hexdata *h, uint64_t first, uint64_t last) {
+  for (uint64_t row = hex_rowOf(first);; ++row) {
+    if (const hex_row *r = hex_getRow(h, row)) {
+      const unsigned c0 = row == hex_rowOf(first) ? unsigned(first & 0xFF) : 0;
+      const unsigned c1 = row == hex_rowOf(last) ? unsigned(last & 0xFF) : 255;
+      for (unsigned w = c0 >> 6; w <= c1 >> 6; ++w)
+        if ((r->preserved[w] | (r->forced[w] & r->present[w])) & plane_wordMask(w, c0, c1))
+          return false;
+    }
+    if (row == hex_rowOf(last))
+      return true;
+  }
+}
+
+// A run whose matches leave no byte between them (a delete's may overlap,
+// a replace's never do) over a quiet stretch changes as one stretch, a
+// replace's in pieces of at most kPiece bytes: the image ends as it would
+// match by match, and each match's lines are the same.
+constexpr size_t kPiece = 65536;
+
+bool changeRun(romweld_arg *a, const find_arg &f, hexdata *h, find_action action,
+               const findmatches::run &r, bool show, found_bytes &found) {
+  const size_t n = f.matches.width;
+  hex_clearErrors();
+  if (action == FIND_DELETE) {
+    for (uint64_t k = 0; show && k < r.count; ++k) {
+      const uint64_t at = r.first + k * r.step;
+      showFound(f, at, found.at(at));
+      log_print(" and deleted\n");
+    }
+    const uint64_t last = r.last() + n - 1;
+    (void)hex_deleteBytes(h, r.first, last - r.first + 1);
+    (void)hex_setNote(h, r.first, last, a);
+    return drain_errors(kChangeRows, drain_ctx{a});
+  }
+  const uint64_t perPiece = std::max<size_t>(1, kPiece / n);
+  std::vector<uint8_t> piece(std::min(r.count, perPiece) * n);
+  for (uint64_t k = 0; k < r.count; k += perPiece) {
+    const uint64_t m = std::min(perPiece, r.count - k), first = r.first + k * n;
+    for (uint64_t j = 0; j < m; ++j) {
+      const uint64_t at = first + j * n;
+      const std::span<const uint8_t> bytes = found.at(at);
+      replacementOf(f, bytes, &piece[j * n]);
+      if (show) {
+        showFound(f, at, bytes);
+        log_print(", replaced with (%sh)\n", bytesText({&piece[j * n], n}).c_str());
+      }
+    }
+    (void)hex_putBytes(h, first, piece.data(), m * n, 1);
+    (void)hex_setNote(h, first, first + m * n - 1, a);
+    romweld_widenExtents(first, first + m * n - 1);
+  }
   return drain_errors(kChangeRows, drain_ctx{a});
 }
 
@@ -245,33 +356,30 @@ bool execute(romweld_arg *a, find_action action) {
             bytesText(s.code).c_str(), bytesText(s.mask).c_str(), a->str.c_str());
   bool ok = true;
   const size_t n = f.matches.width;
-  for (size_t i = 0; i < f.matches.count(); ++i) {
-    const uint64_t at = f.matches.addrs[i];
-    const std::span<const uint8_t> found = f.matches.bytes(i);
-    if (f.warn || log_isOpen()) { // most runs show nothing of a match
-      const std::string text = bytesText(found);
-      if (f.warn)
-        alert<1212>(f.title.c_str(), text.c_str(), alert_format("%lX", at).c_str());
-      log_print("  found (%sh) at address %lXh", text.c_str(), at);
-    }
-    if (action == FIND_ONLY) {
-      log_print("\n");
+  const bool show = f.warn || log_isOpen(); // most runs show nothing of a match
+  found_bytes found(h, n);
+  std::vector<uint8_t> scratch(n);
+  for (const findmatches::run &r : f.matches.runs) {
+    if (action == FIND_ONLY && !show)
+      break;
+    const bool joined = r.count == 1 || (action == FIND_DELETE ? r.step <= n : r.step == n);
+    if (action != FIND_ONLY && joined && quietStretch(h, r.first, r.last() + n - 1)) {
+      ok = changeRun(a, f, h, action, r, show, found) && ok;
       continue;
     }
-    hex_clearErrors();
-    if (hex_anyPreserved(h, at, n)) {
-      // Intended: a replace is refused with the delete's words, and the
-      // match's log line is left without its end.
-      arg_error(a, "cannot delete %u byte(s) of preserved data at 0x%lX", unsigned(n), at);
-      ok = ok && action == FIND_DELETE; // a refused delete does not fail the run
-      continue;
+    for (uint64_t k = 0; k < r.count; ++k) {
+      const uint64_t at = r.first + k * r.step;
+      const std::span<const uint8_t> bytes =
+          show || action == FIND_REPLACE ? found.at(at) : std::span<const uint8_t>();
+      if (show)
+        showFound(f, at, bytes);
+      if (action == FIND_ONLY)
+        log_print("\n");
+      else
+        ok = changeMatch(a, f, h, action, at, bytes, scratch) && ok;
     }
-    if (action == FIND_REPLACE)
-      ok = replaceRun(a, f, h, at, found) && ok;
-    else
-      ok = deleteRun(a, h, at, n) && ok;
   }
-  if (f.matches.count() == 0)
+  if (f.matches.empty())
     log_print("  No occurrences found.\n");
   hex_clearErrors();
   return ok;

@@ -71,4 +71,29 @@ TEST_F(FindOption, PreservedRunsAreRefusedOneByOne) {
   }
 }
 
+// Overlapping matches changed one by one (a preserved byte keeps their
+// stretch from changing at once) show the bytes the search found, also
+// those that the delete of the match before took.
+TEST_F(FindOption, OverlappingDeletesShowTheBytesFound) {
+  romweld.hex = ihex_create();
+  hexdata *h = ihex_getImage(romweld.hex);
+  const uint8_t bytes[] = {0xA1, 0xA2, 0xA3, 0xA4, 0};
+  ASSERT_EQ(hex_storeBytes(h, 0x10, bytes, 5), 5u);
+  ASSERT_TRUE(hex_preserveData(h, 0x13, 0x13, 1));
+  char *log = nullptr;
+  size_t size = 0;
+  romweld.log.fp = open_memstream(&log, &size);
+  romweld_arg a;
+  a.str = "-find=A0A0MF0F0@0-FF,delete";
+  ASSERT_EQ(parseDELETE(&a), MATCH_OK);
+  EXPECT_TRUE(a.op(&a));
+  std::fclose(romweld.log.fp);
+  romweld.log.fp = nullptr;
+  const std::string text(log, size);
+  std::free(log);
+  EXPECT_EQ(text.substr(text.find("  found")), "  found (A2A1h) at address 10h and deleted\n"
+                                               "  found (A3A2h) at address 11h and deleted\n"
+                                               "  found (A4A3h) at address 12h");
+}
+
 } // namespace
