@@ -49,6 +49,8 @@ constexpr const char *kNames[] = {
     "EUNDEFADDR",   // 34
     "EBADINDEX",    // 35
     "EBUDGET",      // 36
+    "ECOUNT",       // 37
+    "EBADFILE",     // 38
 };
 static_assert(sizeof kNames / sizeof kNames[0] == HEX_ERRCODE_COUNT,
               "one name per error code");
@@ -74,7 +76,7 @@ const char *hex_strerror(uint32_t code) {
 namespace {
 
 // The arguments each code carries; a typed entry accepts only its own.
-enum shape { NONE, ADDR, CLOBBER, NUM, UNKNOWNREC, UNDEFADDR, BUDGET };
+enum shape { NONE, ADDR, CLOBBER, NUM, UNKNOWNREC, UNDEFADDR, BUDGET, COUNT };
 
 shape shapeOf(uint32_t code) {
   switch (code) {
@@ -89,6 +91,7 @@ shape shapeOf(uint32_t code) {
   case ECSCONFLICT:
   case EBADCHAR:
   case EREADHEX:
+  case EBADFILE:
     return NUM;
   case EUNKNOWNREC:
     return UNKNOWNREC;
@@ -96,6 +99,8 @@ shape shapeOf(uint32_t code) {
     return UNDEFADDR;
   case EBUDGET:
     return BUDGET;
+  case ECOUNT:
+    return COUNT;
   default:
     return NONE;
   }
@@ -161,6 +166,14 @@ void hex_setBudgetError(uint64_t rows, uint32_t copies) {
   hex_error e = record(EBUDGET, BUDGET);
   e.addr = rows;
   e.num = copies;
+  append(e);
+}
+
+void hex_setCountError(uint32_t line, uint32_t stated, uint64_t counted) {
+  hex_error e = record(ECOUNT, COUNT);
+  e.num = line;
+  e.num2 = stated;
+  e.addr = counted;
   append(e);
 }
 

@@ -51,7 +51,9 @@ enum hex_errcode : uint32_t {
   EUNDEFADDR = 34,
   EBADINDEX = 35,
   EBUDGET = 36,
-  HEX_ERRCODE_COUNT = 37
+  ECOUNT = 37,
+  EBADFILE = 38,
+  HEX_ERRCODE_COUNT = 39
 };
 constexpr uint32_t CKSPEC_EOVERLAPS = EOVERLAPS;
 
@@ -62,6 +64,9 @@ constexpr uint32_t CKSPEC_EOVERLAPS = EOVERLAPS;
 //              (line or reason), EUNKNOWNREC (line)
 //   num2       EUNKNOWNREC (record type)
 //   addr, num  EBUDGET (rows asked for, and the copies of a serial)
+//   num, num2, addr  ECOUNT (the count record's line, the count it states,
+//              the data records before it)
+//   num        EBADFILE (a reason of the reader that recorded it)
 //   flag, ch   EUNDEFADDR (ch only when flag is 0)
 struct hex_error {
   uint32_t code;
@@ -80,12 +85,13 @@ struct hex_error {
 void hex_setError(uint32_t code);                        // codes without arguments
 void hex_setAddrError(uint32_t code, uint64_t addr);     // ECLASH, EPRESERVED
 void hex_setClobbered(uint64_t addr, const void *note);  // ECLOBBERED
-// ECHECKSUM, EHEX, EIPCONFLICT, ECSCONFLICT, EBADCHAR, EREADHEX: a line
-// number or a reason.
+// ECHECKSUM, EHEX, EIPCONFLICT, ECSCONFLICT, EBADCHAR, EREADHEX, EBADFILE:
+// a line number or a reason.
 void hex_setNumError(uint32_t code, uint32_t num);
 void hex_setUnknownRecord(uint32_t line, uint32_t type); // EUNKNOWNREC
 void hex_setUndefAddr(uint64_t addr, bool flag, char ch); // EUNDEFADDR; ch only when !flag
 void hex_setBudgetError(uint64_t rows, uint32_t copies);  // EBUDGET
+void hex_setCountError(uint32_t line, uint32_t stated, uint64_t counted); // ECOUNT
 
 // The list keeps the first HEX_ERRORS_KEPT records of an operation with
 // their arguments and only counts the rest, so no operation can exhaust
