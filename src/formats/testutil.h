@@ -1,5 +1,5 @@
 // Test-only helpers of the codecs' tests: Intel HEX text built record by
-// record, read and written through real streams, as the tool does.
+// record, and text read and written through real streams, as the tool does.
 #pragma once
 
 #include <cstdio>
@@ -32,27 +32,36 @@ inline std::string record(unsigned type, unsigned addr, const std::vector<uint8_
   return s + tmp;
 }
 
-// Reads text into x; with `placed`, for a merge into `into`.
-inline bool readText(ihex *x, const std::string &text, const ihex_readspec *spec = nullptr,
-                     const hexdata *into = nullptr, ihex_extent *placed = nullptr) {
-  FILE *f = text.empty() ? std::tmpfile()
-                         : fmemopen(const_cast<char *>(text.data()), text.size(), "r");
-  const bool ok = placed ? ihex_readToMerge(x, f, spec, into, placed) : ihex_readSpecd(x, f, spec);
-  std::fclose(f);
-  return ok;
+// A stream over text, as the tool reads its input files.
+inline FILE *openText(const std::string &text) {
+  return text.empty() ? std::tmpfile() : fmemopen(const_cast<char *>(text.data()), text.size(), "r");
 }
 
-inline std::string writeText(const ihex *x, unsigned code, int *result = nullptr) {
+// What write(stream) writes; *result gets what it returns.
+template <class Write> std::string written(Write write, int *result = nullptr) {
   char *p = nullptr;
   size_t n = 0;
   FILE *f = open_memstream(&p, &n);
-  const int r = ihex_write(x, f, code);
+  const int r = write(f);
   std::fclose(f);
   if (result)
     *result = r;
   std::string s(p, n);
   std::free(p);
   return s;
+}
+
+// Reads text into x; with `placed`, for a merge into `into`.
+inline bool readText(ihex *x, const std::string &text, const ihex_readspec *spec = nullptr,
+                     const hexdata *into = nullptr, ihex_extent *placed = nullptr) {
+  FILE *f = openText(text);
+  const bool ok = placed ? ihex_readToMerge(x, f, spec, into, placed) : ihex_readSpecd(x, f, spec);
+  std::fclose(f);
+  return ok;
+}
+
+inline std::string writeText(const ihex *x, unsigned code, int *result = nullptr) {
+  return written([&](FILE *f) { return ihex_write(x, f, code); }, result);
 }
 
 } // namespace testutil
