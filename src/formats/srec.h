@@ -1,10 +1,10 @@
 // S-record codec. The reader takes S1/S2/S3 data (16-, 24- and 32-bit
 // addresses), ignores the S0 header, checks S5/S6 counts against the data
-// records before them and takes an S7/S8/S9 address as the start linear
-// address; any bad line, checksum or count refuses the file whole. The
-// writer emits an S0 header, data records of one address width, a count
-// record and the matching termination record. Neither prints: problems are
-// recorded in the error list (hex_errno.h).
+// records before them and takes an S7/S8/S9 address, 0 included, as the
+// start linear address; any bad line, checksum or count refuses the file
+// whole. The writer emits an S0 header, data records of one address width,
+// a count record and the matching termination record. Neither prints:
+// problems are recorded in the error list (hex_errno.h).
 #pragma once
 
 #include <cstdint>
@@ -18,11 +18,17 @@
 // when not null, is the image x is about to be merged into with
 // ihex_merge(.., x, spec->policy.clobber); placed, when not null, gets the
 // extent of what the stream placed. True when the stream was read without
-// any recorded problem. Records EREADHEX (line) for a line that is not a
-// well-formed S-record or a record type that has no place (S4, a second
-// termination record, data after one), ECHECKSUM (line) for a record that
-// fails its checksum, ECOUNT for a count record that disagrees, EIO, and
-// the placing refusals of place.h.
+// any recorded problem; on false the caller must place nothing from x, not
+// even when only a checksum failed. Hexadecimal digits of either case, CR/LF line ends,
+// trailing white space and blank lines are accepted; the termination
+// record may be missing (no start address then). Data of an S3 record that
+// runs past 0xFFFFFFFF goes on at 0. Records EREADHEX (line) for a line
+// that is not a well-formed S-record or a record type that has no place
+// (S4, any record after the termination record), EBADCHAR (line) for a
+// character that is neither a digit nor white space among the digits,
+// ECHECKSUM (line) for a record that fails its checksum, ECOUNT for a count
+// record that disagrees, ENOEOF for a stream without any record, EIO, ENULL
+// for a null x or stream, and the placing refusals of place.h.
 bool srec_readToMerge(ihex *x, FILE *in, const ihex_readspec *spec, const hexdata *dst,
                       ihex_extent *placed);
 
