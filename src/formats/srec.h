@@ -38,12 +38,16 @@ bool srec_readToMerge(ihex *x, FILE *in, const ihex_readspec *spec, const hexdat
 enum { SREC_AUTO = 0, SREC_S19 = 1, SREC_S28 = 2, SREC_S37 = 3 };
 // EHEX reasons of the writer, after the Intel HEX ones (ihex.h).
 enum { SREC_REASON_S19_RANGE = 5, SREC_REASON_S28_RANGE = 6, SREC_REASON_S37_RANGE = 7 };
-// Writes the image with x->maxLength data bytes per record, starting a new
-// record at each of x->breaks; 1 on success. Refused before anything is
-// written (EHEX with the SREC_REASON_*_RANGE of the record type) when data
-// lies beyond the record type's reach (above 0xFFFFFFFF for every variant);
-// a start address a forced variant cannot hold is left out (termination
-// address 0) with EHEX and IHEX_REASON_NO_SLA, a start segment address with
-// IHEX_REASON_NO_SSA. EARG for an unknown variant, EIO when the stream
-// fails.
+// Writes the image with x->maxLength data bytes per record (at most what
+// the count byte allows: 252, 251 or 250 by width), starting a new record
+// at each of x->breaks and after each gap; 1 on success. The count record
+// is S5, S6 above 65535 records, and left out above 0xFFFFFF; the
+// termination record carries the start linear address, 0 when there is
+// none. Refused before anything is written (EHEX with the
+// SREC_REASON_*_RANGE of the record type) when data lies beyond the record
+// type's reach (above 0xFFFFFFFF for every variant); a start address a
+// forced variant cannot hold is left out (termination address 0) with EHEX
+// and IHEX_REASON_NO_SLA, a start segment address with IHEX_REASON_NO_SSA.
+// EARG for an unknown variant, EIO when the stream fails, ENULL for a null
+// x or stream.
 int srec_write(const ihex *x, FILE *out, unsigned variant);
