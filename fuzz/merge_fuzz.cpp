@@ -1,27 +1,37 @@
 // libFuzzer differential target for later input files: reading a file
-// straight against the main image (ihex_readToMerge, which leaves out bytes
-// the main image already holds unchanged) and then merging must end exactly
-// like a plain read followed by ihex_merge: the same records from the read
+// straight against the main image (a codec's readToMerge, which leaves out
+// bytes the main image already holds unchanged) and then merging must end
+// exactly like a plain read followed by ihex_merge: the same records from the read
 // and from the merge, the same outcome, the same extent, and the same bytes,
 // attributes and notes in the main image.
 //
-// Input: byte 0 picks the later file's read settings and force, byte 1 where the
+// Input: byte 0 picks the later file's read settings and force, and by its
+// bit 5 the codec of both files (Intel HEX or S-records); byte 1 where the
 // rest splits into the main file and the later file.
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <vector>
 
+#include "fuzz/codec.h"
 #include "fuzz/harness.h"
 #include "image/hex_errno.h"
 #include "formats/ihex.h"
+#include "formats/srec.h"
 
 namespace {
 
 char kNoteA, kNoteB; // two distinct owners
 
-FILE *openBytes(const uint8_t *data, size_t size) {
-  return size ? fmemopen(const_cast<uint8_t *>(data), size, "r") : std::tmpfile();
+// A codec's reader: ihex_readToMerge or srec_readToMerge. With no image to
+// merge into, it reads the whole file, as a plain read does.
+using readFn = bool (*)(ihex *, FILE *, const ihex_readspec *, const hexdata *, ihex_extent *);
+
+void readAlone(readFn read, ihex *x, const uint8_t *data, size_t size, const ihex_readspec *spec) {
+  ihex_extent unused;
+  FILE *in = fuzz_open(data, size);
+  read(x, in, spec, nullptr, &unused);
+  std::fclose(in);
 }
 
 std::vector<hex_error> takeErrors() {
@@ -43,29 +53,6 @@ bool sameErrors(const std::vector<hex_error> &a, const std::vector<hex_error> &b
   return true;
 }
 
-// Bytes, attributes and notes, row by row, over every row either image has.
-bool sameImage(const hexdata *a, const hexdata *b) {
-  if (hex_getByteCount(a) != hex_getByteCount(b))
-    return false;
-  hex_clearErrors();
-  uint64_t next = 0, at = 0;
-  while (hex_nextPresent(a, next, &at) || hex_nextPresent(b, next, &at)) {
-    uint64_t atB = 0;
-    if (!hex_nextPresent(b, next, &atB) || atB != at)
-      return false;
-    const hex_row *ra = hex_getRow(a, hex_rowOf(at)), *rb = hex_getRow(b, hex_rowOf(at));
-    const unsigned c = unsigned(at & 0xFF);
-    if (hex_rowAttr(ra, c) != hex_rowAttr(rb, c) || ra->data[c] != rb->data[c] ||
-        hex_getNote(a, at) != hex_getNote(b, at))
-      return false;
-    if (at == ~uint64_t(0))
-      break;
-    next = at + 1;
-  }
-  hex_clearErrors();
-  return true;
-}
-
 struct outcome {
   ihex *main;
   std::vector<hex_error> readErrors, mergeErrors;
@@ -73,14 +60,12 @@ struct outcome {
   ihex_extent extent;
 };
 
-ihex *readMain(const uint8_t *data, size_t size) {
+ihex *readMain(readFn read, const uint8_t *data, size_t size) {
   ihex_readspec spec;
   if (!store_setOwner(&spec.policy, &kNoteA))
     std::abort();
   ihex *x = ihex_create();
-  FILE *in = openBytes(data, size);
-  ihex_readSpecd(x, in, &spec);
-  std::fclose(in);
+  readAlone(read, x, data, size, &spec);
   hex_clearErrors();
   return x;
 }
@@ -92,6 +77,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   if (size < 2)
     return 0;
   const uint8_t mode = data[0];
+  const readFn read = (mode & 32) ? srec_readToMerge : ihex_readToMerge;
   const size_t split = (size - 2) * data[1] / 255;
   const uint8_t *first = data + 2, *later = first + split;
   const size_t firstSize = split, laterSize = size - 2 - split;
@@ -108,21 +94,19 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     return 0;
   hex_clearErrors();
 
-  outcome fast{readMain(first, firstSize), {}, {}, false, {}};
+  outcome fast{readMain(read, first, firstSize), {}, {}, false, {}};
   ihex *x = ihex_create();
-  FILE *in = openBytes(later, laterSize);
-  ihex_readToMerge(x, in, &spec, ihex_getImage(fast.main), &fast.extent);
+  FILE *in = fuzz_open(later, laterSize);
+  read(x, in, &spec, ihex_getImage(fast.main), &fast.extent);
   std::fclose(in);
   fast.readErrors = takeErrors();
   fast.merged = ihex_merge(fast.main, x, force);
   fast.mergeErrors = takeErrors();
   ihex_destroy(x);
 
-  outcome plain{readMain(first, firstSize), {}, {}, false, {}};
+  outcome plain{readMain(read, first, firstSize), {}, {}, false, {}};
   ihex *y = ihex_create();
-  in = openBytes(later, laterSize);
-  ihex_readSpecd(y, in, &spec);
-  std::fclose(in);
+  readAlone(read, y, later, laterSize, &spec);
   plain.readErrors = takeErrors();
   const hexdata *yi = ihex_getImage(y);
   plain.extent.count = hex_getByteCount(yi);
@@ -137,7 +121,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
       !sameErrors(fast.mergeErrors, plain.mergeErrors) || fast.merged != plain.merged ||
       fast.extent.count != plain.extent.count || fast.extent.lo != plain.extent.lo ||
       fast.extent.hi != plain.extent.hi ||
-      !sameImage(ihex_getImage(fast.main), ihex_getImage(plain.main)))
+      !fuzz_sameImage(ihex_getImage(fast.main), ihex_getImage(plain.main)))
     std::abort();
   ihex_destroy(fast.main);
   ihex_destroy(plain.main);
