@@ -259,6 +259,29 @@ place_result place_piece(place_sink *r, uint64_t fa, const uint8_t *d, uint64_t 
   return result;
 }
 
+uint64_t place_rows(const ihex_readspec *settings, uint64_t fa, uint64_t n) {
+  if (n == 0)
+    return 0;
+  uint64_t last = fa + (n - 1);
+  if (last < fa)
+    last = UINT64_MAX;
+  int64_t offset = 0;
+  if (settings) {
+    if (settings->range.hasStart)
+      fa = std::max(fa, settings->range.start);
+    if (settings->range.hasEnd)
+      last = std::min(last, settings->range.end);
+    offset = settings->offset;
+  }
+  if (fa > last)
+    return 0;
+  // Only the column of the first byte matters, so an address that the
+  // offset wraps still counts right.
+  const uint64_t col = (fa + static_cast<uint64_t>(offset)) & 0xFF;
+  const uint64_t span = last - fa; // bytes less one
+  return span / 256 + 1 + (col + span % 256 > 255 ? 1 : 0);
+}
+
 ihex_extent place_extent(const place_sink *s) {
   ihex_extent placed;
   const hexdata *img = s->img;

@@ -62,6 +62,11 @@ enum place_result {
 };
 place_result place_piece(place_sink *s, uint64_t fileAddr, const uint8_t *d, uint64_t n);
 
+// The image rows place_piece would fill with the piece fileAddr..+n-1
+// under these settings (the range crops, the offset shifts): what a reader
+// weighs against HEX_ROW_BUDGET before it stores anything.
+uint64_t place_rows(const ihex_readspec *settings, uint64_t fileAddr, uint64_t n);
+
 // Ends the placing (the last notes go on); a reader calls it once the
 // stream is read, before place_extent.
 void place_finish(place_sink *s);
