@@ -127,11 +127,12 @@ bool reader::onRecord(unsigned type, const uint8_t *b) {
     }
     return true;
   default:
-    // S7, S8, S9: the start address and the end. An address of 0 is a start
-    // address of 0, not the lack of one: srec_cat, converting such a file to
-    // Intel HEX, writes a start linear address record of 0 too.
+    // S7, S8, S9: the start address and the end. A file without a start
+    // address still needs its termination record, which then holds 0 (the
+    // writer does the same), so 0 stands for none: converting to S-records
+    // and back adds no start address record.
     x->EIP = addr;
-    x->hasEIP = true;
+    x->hasEIP = addr != 0;
     terminated = true;
     return true;
   }
