@@ -88,6 +88,12 @@ inline constexpr char msgs_en_text[] = R"MSGS(#
 2078 E the number of hash bytes to which the trailing code is appended (%d) must be no greater than the hash width (%d)
 2079 E the hash width (%d) must be a multiple of the number of hash bytes appended with a trailing code (%d)
 2082 F can't create temporary file
+2090 E input S-record file (%s:%s) contains an error
+2091 E record fails checksum in input S-record file (%s:%s)
+2092 E count record in input S-record file (%s:%s) states %s data records, but %s precede it
+2093 E input ELF file (%s) cannot be read: %s
+2094 E binary output would span %s bytes (data from %sh to %sh), more than the %s bytes allowed
+2095 0 start address (%sh) does not fit the termination record of the chosen output type (%s) and is written as 0
 )MSGS";
 
 inline constexpr size_t msgs_en_size = sizeof msgs_en_text - 1;

@@ -28,6 +28,15 @@ std::string fieldText(drain_field f, const hex_error &e, const drain_ctx &c) {
     return c.arg->str;
   case DF_PATH:
     return c.path;
+  case DF_NUM_D:
+    return std::to_string(e.num);
+  case DF_NUM2_D:
+    return std::to_string(e.num2);
+  case DF_ADDR_D:
+    return std::to_string(e.addr);
+  case DF_REASON:
+    ROMWELD_ASSERT(c.reason != nullptr);
+    return c.reason(e.num);
   default:
     ROMWELD_ASSERT(drain_detail::isText(f));
     return {};

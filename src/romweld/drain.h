@@ -50,11 +50,16 @@ enum drain_field : uint8_t {
   DF_ARG,    // text of the argument being processed ("%s")
   DF_PATH,   // drain_ctx::path, the file the operation reads ("%s")
   DF_VALUE,  // drain_ctx::value, e.g. an offset in bytes (int: "%d")
+  // Numbers as decimal text, for numbered messages ("%s").
+  DF_NUM_D,  // the record's number (a line)
+  DF_NUM2_D, // the record's second number
+  DF_ADDR_D, // the record's address field as a count
+  DF_REASON, // the record's number through drain_ctx::reason ("%s")
 };
 
 enum drain_how : uint8_t { DRAIN_ERROR, DRAIN_WARNING, DRAIN_MESSAGE, DRAIN_BUDGET, DRAIN_INTERNAL };
 
-constexpr int DRAIN_MAX_FIELDS = 3;
+constexpr int DRAIN_MAX_FIELDS = 4;
 
 struct drain_row {
   uint32_t code;
@@ -69,6 +74,7 @@ struct drain_ctx {
   const romweld_arg *arg; // the argument being processed; messages name it
   const char *path = "";  // DF_PATH
   int value = 0;          // DF_VALUE
+  const char *(*reason)(uint32_t) = nullptr; // DF_REASON: a reader's reason in words
 };
 
 // Walks the error list from the oldest record and issues each record's row.
@@ -90,7 +96,8 @@ void drain_numberedMessagesTakeTextFieldsOnly();
 namespace drain_detail {
 
 constexpr bool isText(drain_field f) {
-  return f == DF_ADDR_H || f == DF_OWNER || f == DF_ARG || f == DF_PATH;
+  return f == DF_ADDR_H || f == DF_OWNER || f == DF_ARG || f == DF_PATH || f == DF_NUM_D ||
+         f == DF_NUM2_D || f == DF_ADDR_D || f == DF_REASON;
 }
 
 constexpr bool fieldFits(drain_field f, const msgconv &c) {

@@ -6,12 +6,20 @@
 // Start address records are reconciled across files through the run-wide
 // settings: state 1 takes the first value, a disagreement discards them all
 // (state 0), and a --SLA / --SSA option (state 2) overrides every file.
+#include <algorithm>
 #include <cinttypes>
 #include <cstdio>
 #include <cstring>
+#include <span>
+#include <strings.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include "common/alert.h"
+#include "formats/bin.h"
+#include "formats/elffile.h"
+#include "formats/ihex.h"
+#include "formats/srec.h"
 #include "image/hex_errno.h"
 #include "romweld/args.h"
 #include "romweld/drain.h"
@@ -55,6 +63,142 @@ constexpr drain_row kReadRows[] = {
     // one file stop the tool.
     drain_internal(EEIPCONFLICT),
 };
+
+// The refusals every format's reader shares: placing its bytes.
+#define PLACING_ROWS                                                                       \
+  drain_error(EIO, "problem reading input hex-file (%s)", DF_PATH),                        \
+      drain_error(EBELOWZERO, "offset (%d) would place data in hex-file (%s) at an address < 0", \
+                  DF_VALUE, DF_PATH),                                                      \
+      kClash, kPreserved, kClobbered
+
+constexpr drain_row kSrecRows[] = {
+    PLACING_ROWS,
+    drain_message<2090, DF_PATH, DF_NUM_D>(EREADHEX),
+    drain_message<2090, DF_PATH, DF_NUM_D>(EBADCHAR),
+    drain_error(ENOEOF, "input S-record file (%s) holds no record", DF_PATH),
+    drain_message<2091, DF_PATH, DF_NUM_D>(ECHECKSUM),
+    drain_message<2092, DF_PATH, DF_NUM_D, DF_NUM2_D, DF_ADDR_D>(ECOUNT),
+};
+
+constexpr drain_row kElfRows[] = {
+    PLACING_ROWS,
+    drain_message<2093, DF_PATH, DF_REASON>(EBADFILE),
+    // Sections may share file contents, so a small file can describe a
+    // huge image.
+    drain_budget(EBUDGET,
+                 "input ELF file (%s) would add %lu rows of 256 addresses to the image, "
+                 DRAIN_BUDGET_LIMIT,
+                 DF_PATH, DF_ROWS),
+};
+
+constexpr drain_row kBinRows[] = {
+    PLACING_ROWS,
+    drain_budget(EBUDGET,
+                 "input binary file (%s) would add %lu rows of 256 addresses to the image, "
+                 DRAIN_BUDGET_LIMIT,
+                 DF_PATH, DF_ROWS),
+};
+#undef PLACING_ROWS
+
+const char *elfReason(uint32_t reason) {
+  switch (reason) {
+  case ELFFILE_UNREADABLE:
+    return "not an ELF file of a class, byte order and version that can be read";
+  case ELFFILE_TRUNCATED:
+    return "the file ends inside a header table or a section's contents";
+  case ELFFILE_MALFORMED:
+    return "a header table or section header is malformed";
+  case ELFFILE_NOTHING:
+    return "no allocated section has contents to place";
+  default:
+    return "unknown";
+  }
+}
+
+using readFn = bool (*)(ihex *, FILE *, const ihex_readspec *, const hexdata *, ihex_extent *);
+
+// One input format: its reader, its drain table, and whether a false result
+// of the reader refuses the file (an Intel HEX file with only bad checksums
+// is still merged, after its warnings).
+struct infile_codec {
+  readFn read;
+  std::span<const drain_row> rows;
+  bool refuseOnFalse;
+  const char *(*reason)(uint32_t);
+};
+
+constexpr infile_codec kIhex{ihex_readToMerge, kReadRows, false, nullptr};
+constexpr infile_codec kSrec{srec_readToMerge, kSrecRows, true, nullptr};
+constexpr infile_codec kElf{elffile_readToMerge, kElfRows, true, elfReason};
+constexpr infile_codec kBin{bin_readToMerge, kBinRows, true, nullptr};
+
+bool endsWithBin(const char *path) {
+  const size_t n = std::strlen(path);
+  return n >= 4 && strcasecmp(path + n - 4, ".bin") == 0;
+}
+
+// What the first bytes of a file and its name say it holds: ELF by its magic
+// number, raw binary by the name, S-records by a first line starting "S0" to
+// "S9"; anything else is read as Intel HEX.
+const infile_codec &codecFor(const unsigned char *head, size_t n, const char *path) {
+  if (n >= 4 && std::memcmp(head, "\x7f" "ELF", 4) == 0)
+    return kElf;
+  if (endsWithBin(path))
+    return kBin;
+  if (n >= 2 && head[0] == 'S' && head[1] >= '0' && head[1] <= '9')
+    return kSrec;
+  return kIhex;
+}
+
+// A stream that cannot seek back (a pipe) is read through one that first
+// gives back the bytes taken to tell its format.
+struct peeked {
+  FILE *under;
+  unsigned char head[4];
+  size_t n, at = 0;
+};
+
+ssize_t peekedRead(void *cookie, char *buf, size_t size) {
+  peeked *p = static_cast<peeked *>(cookie);
+  if (p->at < p->n) {
+    const size_t k = std::min(size, p->n - p->at);
+    std::memcpy(buf, p->head + p->at, k);
+    p->at += k;
+    return static_cast<ssize_t>(k);
+  }
+  const size_t k = std::fread(buf, 1, size, p->under);
+  return k == 0 && std::ferror(p->under) ? -1 : static_cast<ssize_t>(k);
+}
+
+int peekedClose(void *cookie) {
+  peeked *p = static_cast<peeked *>(cookie);
+  const int r = std::fclose(p->under);
+  delete p;
+  return r;
+}
+
+// Reads the first bytes of `in` to choose its codec and returns the stream
+// to read from, positioned at its start (null when that failed: in is
+// closed).
+FILE *openAtStart(FILE *in, const char *path, const infile_codec **codec) {
+  // Asked before reading: a failed seek may drop what the stream buffered.
+  const bool seekable = lseek(fileno(in), 0, SEEK_CUR) != -1;
+  unsigned char head[4];
+  const size_t n = std::fread(head, 1, sizeof head, in);
+  *codec = &codecFor(head, n, path);
+  if (seekable) {
+    std::rewind(in);
+    return in;
+  }
+  auto *p = new peeked{in, {}, n};
+  std::memcpy(p->head, head, n);
+  FILE *f = fopencookie(p, "rb", cookie_io_functions_t{peekedRead, nullptr, nullptr, peekedClose});
+  if (!f) {
+    std::fclose(in);
+    delete p;
+  }
+  return f;
+}
 
 // Merging a good file into the run's image.
 constexpr drain_row kMergeRows[] = {
@@ -201,6 +345,9 @@ bool doINFILE(romweld_arg *a) {
     std::fclose(in);
     in = nullptr;
   }
+  const infile_codec *codec = &kIhex;
+  if (in)
+    in = openAtStart(in, path, &codec);
   if (!in) {
     arg_error(a, "cannot open input hex-file (%s)", path);
     return false;
@@ -219,9 +366,10 @@ bool doINFILE(romweld_arg *a) {
   // A later file leaves out of its own image the bytes that the main image
   // already holds unchanged, so an overlap is not held twice.
   ihex_extent placed;
-  ihex_readToMerge(x, in, &spec, romweld.hex ? ihex_getImage(romweld.hex) : nullptr, &placed);
-  const drain_ctx ctx{a, path, spec.offset};
-  const bool broken = !drain_errors(kReadRows, ctx);
+  const bool read = codec->read(x, in, &spec, romweld.hex ? ihex_getImage(romweld.hex) : nullptr,
+                                &placed);
+  const drain_ctx ctx{a, path, spec.offset, codec->reason};
+  const bool broken = !drain_errors(codec->rows, ctx) || (codec->refuseOnFalse && !read);
 
   // Start addresses are reconciled before a broken file is dropped: its
   // records still draw their warnings, although the run stops with it.
