@@ -117,7 +117,8 @@ int parseFORMAT(romweld_arg *a) {
   rest += std::strlen(f->name);
   format_spec &spec = arg_newSpec<format_spec>(a);
   spec.format = f;
-  if (*rest == ',') {
+  // A raw binary has no records, so it takes no record length.
+  if (*rest == ',' && f->codec != OUT_BIN) {
     numreq r{a, "maximum data record length", rest + 1, 4, RADIX_DEFAULT_10};
     grammar_number(&r);
     if (r.error)

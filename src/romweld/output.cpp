@@ -15,7 +15,9 @@
 #include "common/alert.h"
 #include "common/atomicfile.h"
 #include "image/hex_errno.h"
+#include "formats/bin.h"
 #include "formats/ihex.h"
+#include "formats/srec.h"
 #include "common/osdep.h"
 #include "romweld/args.h"
 #include "romweld/argspec.h"
@@ -30,7 +32,26 @@ const unsigned MSG_CANT_CREATE = 378;
 const unsigned MSG_WRITE_ERROR = 413;
 const unsigned MSG_NONCONFORMING = 1602;
 
-const char *rangeReason(uint32_t reason) {
+const unsigned MSG_BINARY_SPAN = 2094;
+const unsigned MSG_START_AS_ZERO = 2095;
+
+// The largest raw binary a run writes: a stray byte far from the rest
+// must not silently make a file of hundreds of megabytes.
+constexpr uint64_t BINARY_SPAN_LIMIT = uint64_t(1) << 30;
+
+const char *rangeReason(const outformat *f, uint32_t reason) {
+  if (f->codec == OUT_SREC) {
+    switch (reason) {
+    case SREC_REASON_S19_RANGE:
+      return "data at address > 0xFFFF";
+    case SREC_REASON_S28_RANGE:
+      return "data at address > 0xFFFFFF";
+    case SREC_REASON_S37_RANGE:
+      return "data at address > 0xFFFFFFFF";
+    default:
+      return "unknown";
+    }
+  }
   switch (reason) {
   case IHEX_REASON_8M_RANGE:
     return "data at address > 0xFFFF";
@@ -40,6 +61,37 @@ const char *rangeReason(uint32_t reason) {
     return "data at address > 0xFFFFFFFF";
   default:
     return "unknown";
+  }
+}
+
+// A raw binary runs from the lowest to the highest data address; one that
+// would pass the limit is refused before any file is opened.
+bool binarySpanFits(ihex *x) {
+  const hexdata *h = ihex_getImage(x);
+  if (hex_getByteCount(h) == 0)
+    return true;
+  const uint64_t lo = hex_getLoAddr(h), hi = hex_getHiAddr(h);
+  if (hi - lo < BINARY_SPAN_LIMIT)
+    return true;
+  const std::string span = hi - lo == ~uint64_t(0) ? "18446744073709551616"
+                                                   : std::to_string(hi - lo + 1);
+  alert<MSG_BINARY_SPAN>(span.c_str(), alert_format("%lX", lo).c_str(),
+                         alert_format("%lX", hi).c_str(),
+                         std::to_string(BINARY_SPAN_LIMIT).c_str());
+  return false;
+}
+
+void writeImage(ihex *x, FILE *out, const outformat *f) {
+  switch (f->codec) {
+  case OUT_IHEX:
+    ihex_write(x, out, f->writer);
+    break;
+  case OUT_SREC:
+    srec_write(x, out, f->writer);
+    break;
+  case OUT_BIN:
+    bin_write(x, out);
+    break;
   }
 }
 
@@ -153,6 +205,8 @@ bool output_write() {
     return true;
 
   const outformat *f = romweld.output.format;
+  if (f->codec == OUT_BIN && !binarySpanFits(x))
+    return false;
   const bool toFile = romweld.output.path.has_value();
   const char *where = toFile ? romweld.output.path->c_str() : "stdout";
   FILE *out = stdout;
@@ -172,17 +226,20 @@ bool output_write() {
 
   hex_clearErrors();
   ihex_setMaxLength(x, romweld.output.maxLength);
-  ihex_write(x, out, f->writer);
+  writeImage(x, out, f);
   bool good = true, writeFailed = false;
   for (uint32_t i = 0; i < hex_errorCount(); ++i) {
     const hex_error e = hex_errorAt(i);
     if (e.code == EIO) {
       writeFailed = true;
     } else if (e.code == EHEX) {
-      // Dropped start addresses were announced when they were discarded.
+      // Dropped start addresses were announced when they were discarded,
+      // except one too wide for a forced S-record variant.
+      if (e.num == IHEX_REASON_NO_SLA && f->codec == OUT_SREC)
+        alert<MSG_START_AS_ZERO>(alert_format("%X", ihex_getSLA(x)).c_str(), f->name);
       if (e.num == IHEX_REASON_NO_SSA || e.num == IHEX_REASON_NO_SLA)
         continue;
-      alert<MSG_NONCONFORMING>(rangeReason(e.num), f->name);
+      alert<MSG_NONCONFORMING>(rangeReason(f, e.num), f->name);
       good = false;
     } else {
       drain_unexpected(e.code);

@@ -15,15 +15,18 @@ struct ihex;
 struct romweld_arg;
 
 // Output-format table: looked up by name; the "UNKNOWN" row ends it.
+enum outcodec : unsigned { OUT_IHEX, OUT_SREC, OUT_BIN };
 struct outformat {
   unsigned id;
   const char *name;
-  unsigned writer; // code given to ihex_write
+  outcodec codec;
+  unsigned writer; // variant code given to the codec's writer
   bool allowSLA;
   bool allowSSA;
   unsigned addrBytes;
 };
-extern const outformat outformat_table[5]; // INHX8M, INHX16, INHX32, INHX032, UNKNOWN
+// INHX8M, INHX16, INHX32, INHX032, SREC, S19, S28, S37, BIN, UNKNOWN
+extern const outformat outformat_table[10];
 const outformat *outformat_default();      // INHX32
 
 // Start address setting: state 0 discarded, 1 may come from input files,
