@@ -19,3 +19,10 @@ config.substitutions.append(("%romweld", config.romweld))
 config.substitutions.append(("%examples", config.examples_dir))
 config.substitutions.append(("FileCheck", config.filecheck))
 config.substitutions.append(("split-file", config.split_file))
+
+# The comparisons with other hex tools run where those tools are installed.
+import shutil
+if shutil.which("srec_cat") and shutil.which("srec_cmp"):
+    config.available_features.add("srecord")
+if all(shutil.which(t) for t in ("objcopy", "as", "ld")):
+    config.available_features.add("binutils")
