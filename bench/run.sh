@@ -248,6 +248,34 @@ printf '%-14s %8ss %8ss %7s %10s %8s  %s\n' log "$logmed" "$med" "$ratio_log" "$
   "(other: the same run without -LOGFILE, $peak KiB; $(wc -l < "$out/rw_log.log") log lines)"
 # ---- end of log file -----------------------------------------------------------
 
+# ---- other formats ---------------------------------------------------------
+# The 16 MiB image through each new path against objcopy doing the same job:
+# to S-records, to a raw binary, that binary back to Intel HEX, and an ELF of
+# the whole image (one 16 MiB section, as a linker leaves firmware) to Intel
+# HEX. Every result must hold the memory objcopy's does.
+measure rw_srec "$romweld" "$data/big.hex" -FORMAT=SREC "-O$out/rw_big.srec"
+rmed=$med; rpeak=$peak
+measure oc_srec objcopy -I ihex -O srec "$data/big.hex" "$out/oc_big.srec"
+srec_cmp "$out/rw_big.srec" "$out/oc_big.srec" || { echo "MISMATCH in hex_to_srec"; exit 1; }
+row hex_to_srec "$rmed" "$med" "$rpeak" "$(python3 "$root/bench/hexsum.py" "$data/big.hex")"
+measure rw_tobin "$romweld" "$data/big.hex" -FORMAT=BIN "-O$out/rw_big.bin"
+rmed=$med; rpeak=$peak
+measure oc_tobin objcopy -I ihex -O binary "$data/big.hex" "$out/oc_big.bin"
+cmp "$out/rw_big.bin" "$out/oc_big.bin" || { echo "MISMATCH in hex_to_bin"; exit 1; }
+row hex_to_bin "$rmed" "$med" "$rpeak" "$(python3 "$root/bench/hexsum.py" "$data/big.hex")"
+measure rw_frombin "$romweld" "$out/oc_big.bin" "-O$out/rw_frombin.hex"
+rmed=$med; rpeak=$peak
+measure oc_frombin objcopy -I binary -O ihex "$out/oc_big.bin" "$out/oc_frombin.hex"
+sum=$(same "$out/rw_frombin.hex" "$out/oc_frombin.hex" "bin to hex")
+row bin_to_hex "$rmed" "$med" "$rpeak" "$sum"
+objcopy -I binary -O elf32-little "$out/oc_big.bin" "$out/big.elf"
+measure rw_elf "$romweld" "$out/big.elf" "-O$out/rw_elf.hex"
+rmed=$med; rpeak=$peak
+measure oc_elf objcopy -O ihex "$out/big.elf" "$out/oc_elf.hex"
+sum=$(same "$out/rw_elf.hex" "$out/oc_elf.hex" "elf to hex")
+row elf_to_hex "$rmed" "$med" "$rpeak" "$sum"
+# ---- end of other formats ------------------------------------------------------
+
 echo
 goal() { awk -v v="$2" -v lim="$3" -v op="$4" 'BEGIN { ok = (op == "<=" ? v <= lim : v < lim); exit !ok }' \
   && echo "met:    $1 ($2 $4 $3)" || echo "missed: $1 ($2, goal $4 $3)"; }
@@ -271,6 +299,10 @@ goal "merge and fill vs srec_cat" "$ratio_merge_fill" 0.2 "<="
 goal "2-byte mask vs no mask" "$ratio_mask" 1.3 "<="
 goal "peak memory per byte, fill" "$per_fill_oc" 2.5 "<="
 goal "peak memory per byte, half-full fill" "$per_fill_half" 2.5 "<="
+for f in hex_to_srec hex_to_bin bin_to_hex elf_to_hex; do
+  goal "$f vs objcopy" "$(eval echo \$ratio_$f)" 0.5 "<="
+  goal "peak memory per byte, $f" "$(eval echo \$per_$f)" 2.5 "<="
+done
 
 # ---- checksums (-CK) ---------------------------------------------------------
 # CRC-32 and SHA-256 stored after 16 MiB of 0xFF, side by side with srec_cat
