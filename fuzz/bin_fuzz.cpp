@@ -2,9 +2,6 @@
 // read settings (none, a range, an offset up, an offset below 0) and
 // whether the bytes come as a regular file or as a stream; the rest is the
 // file. What is read must write back as exactly the bytes the range kept.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
 #include <cstdio>
@@ -12,23 +9,8 @@
 #include <cstring>
 
 #include "formats/bin.h"
+#include "fuzz/codec.h"
 #include "image/hex_errno.h"
-
-namespace {
-
-FILE *openBytes(const uint8_t *data, size_t size, bool regular) {
-  if (regular) {
-    const int fd = memfd_create("bin", 0);
-    if (fd < 0 || write(fd, data, size) != static_cast<ssize_t>(size) || lseek(fd, 0, SEEK_SET) != 0)
-      std::abort();
-    return fdopen(fd, "r");
-  }
-  if (size == 0)
-    return std::tmpfile();
-  return fmemopen(const_cast<uint8_t *>(data), size, "r");
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   const uint8_t mode = size ? data[0] : 0;
@@ -57,7 +39,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
   hex_clearErrors();
   ihex *x = ihex_create();
-  FILE *in = openBytes(data, size, mode & 4);
+  FILE *in = fuzz_openAs(data, size, mode & 4);
   const bool ok = bin_readToMerge(x, in, &settings, nullptr, nullptr);
   std::fclose(in);
   if (ok != ((mode & 3) != 3 || size == 0))

@@ -5,6 +5,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include "formats/place.h"
 #include "image/hex_errno.h"
@@ -12,6 +14,17 @@
 
 inline FILE *fuzz_open(const uint8_t *data, size_t size) {
   return size ? fmemopen(const_cast<uint8_t *>(data), size, "r") : std::tmpfile();
+}
+
+// The input as a regular file (readers that take its size or its
+// descriptor) or as a stream without either.
+inline FILE *fuzz_openAs(const uint8_t *data, size_t size, bool regular) {
+  if (!regular)
+    return fuzz_open(data, size);
+  const int fd = memfd_create("fuzz", 0);
+  if (fd < 0 || write(fd, data, size) != static_cast<ssize_t>(size) || lseek(fd, 0, SEEK_SET) != 0)
+    std::abort();
+  return fdopen(fd, "r");
 }
 
 // Read settings by the low bits of mode: none (null), a range, a negative

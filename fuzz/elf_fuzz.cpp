@@ -4,9 +4,6 @@
 // stream (read into memory); the rest is the file. Whatever the reader
 // accepted must write as raw binary and as Intel HEX; a file it refused
 // must have placed nothing.
-#include <sys/mman.h>
-#include <unistd.h>
-
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -14,24 +11,8 @@
 #include "formats/bin.h"
 #include "formats/elffile.h"
 #include "formats/ihex.h"
+#include "fuzz/codec.h"
 #include "image/hex_errno.h"
-
-namespace {
-
-FILE *openBytes(const uint8_t *data, size_t size, bool regular) {
-  if (regular) {
-    // Left at its end: the reader takes the file from its descriptor's start.
-    const int fd = memfd_create("elf", 0);
-    if (fd < 0 || write(fd, data, size) != static_cast<ssize_t>(size))
-      std::abort();
-    return fdopen(fd, "r");
-  }
-  if (size == 0)
-    return std::tmpfile();
-  return fmemopen(const_cast<uint8_t *>(data), size, "r");
-}
-
-} // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
   static FILE *sink = std::fopen("/dev/null", "w");
@@ -62,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
 
   hex_clearErrors();
   ihex *x = ihex_create();
-  FILE *in = openBytes(data, size, mode & 4);
+  FILE *in = fuzz_openAs(data, size, mode & 4);
   const bool ok = elffile_readToMerge(x, in, use, nullptr, nullptr);
   std::fclose(in);
   for (uint32_t i = 0; i < hex_errorCount(); ++i)

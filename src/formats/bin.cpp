@@ -161,11 +161,7 @@ bool bin_readToMerge(ihex *x, FILE *in, const ihex_readspec *settings, const hex
     hex_setError(ENULL);
     return false;
   }
-  x->CS = x->IP = 0;
-  x->hasCS = x->hasIP = false;
-  x->EIP = 0;
-  x->hasEIP = false;
-  hex_clear(x->image);
+  ihex_clearForRead(x);
   place_sink sink(x->image, settings, dst);
   reader r{&sink, settings};
   const int64_t size = sizeLeft(in);

@@ -231,11 +231,7 @@ template <size_t HEAD, class Reader> bool eachLine(FILE *in, Reader &r) {
 template <size_t HEAD, class Reader>
 bool readStream(ihex *x, FILE *in, const ihex_readspec *spec, const hexdata *mergeInto,
                 ihex_extent *placed) {
-  x->CS = x->IP = 0;
-  x->hasCS = x->hasIP = false;
-  x->EIP = 0;
-  x->hasEIP = false;
-  hex_clear(x->image);
+  ihex_clearForRead(x);
   place_sink sink(x->image, spec, mergeInto);
   Reader r{{x, &sink}};
   bool ok = eachLine<HEAD>(in, r);

@@ -147,3 +147,9 @@ bool ihex_merge(ihex *dst, ihex *src, bool force) {
     ok = false;
   return ok;
 }
+
+void ihex_clearForRead(ihex *x) {
+  ihex_clearSSA(x);
+  ihex_clearSLA(x);
+  hex_clear(x->image);
+}

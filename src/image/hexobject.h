@@ -36,6 +36,9 @@ bool ihex_hasSLA(const ihex *x);
 uint32_t ihex_getSLA(const ihex *x);
 void ihex_setSLA(ihex *x, uint32_t eip);
 void ihex_clearSLA(ihex *x);
+// Empties the image and forgets both start addresses: where a reader
+// starts, so a hex object never mixes two files.
+void ihex_clearForRead(ihex *x);
 
 // Merges src into dst, reconciling start addresses; src may be emptied.
 // EIPCONFLICT / EEIPCONFLICT when both carry different start addresses and
