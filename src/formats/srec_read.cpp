@@ -3,7 +3,7 @@
 // hexadecimal digit, one placed piece per data record (place.h). Blank
 // lines are passed over; a record after the termination record, whatever
 // its type, is out of place: the termination record ends the file. A file
-// may go without one (srec_cat writes none for an image without a start
+// may go without one (common tools write none for an image without a start
 // address); a stream without any record is no S-record file (ENOEOF, as
 // for an Intel HEX stream without its end-of-file record).
 #include "formats/srec.h"
