@@ -16,6 +16,8 @@ RUNS = [
     ["application.hex", "-FIND=0041@4000-40FF,DELETE", "-CK=4000-40FF@100g5w2p1021",
      "-CK=4000-40FF@120g11", "-FORMAT=INHX16,32", "-BREAK=4800", "-Oout.hex",
      "-LOGFILE=out.log", "-SIZE"],
+    ["s100,bootloader.bin", "application.elf", "-FORMAT=SREC,32", "-Oout.hex", "-LOGFILE=out.log"],
+    ["bootloader.hex", "application.hex", "-FILL=w1:FF@0:0x60FF", "-FORMAT=BIN", "-Oout.hex"],
 ]
 OLD = b"before the run\n"
 
@@ -26,7 +28,7 @@ failures = 0
 before = private_dirs()
 for args in RUNS:
     work = tempfile.mkdtemp(prefix="romweld-allocfail-")
-    for f in glob.glob(os.path.join(examples, "*.hex")):
+    for f in glob.glob(os.path.join(examples, "*.*")):
         shutil.copy(f, work)
     n = 0
     while True:
