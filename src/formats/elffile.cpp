@@ -5,6 +5,7 @@
 // placed, so a file with any problem places nothing.
 #include <gelf.h>
 #include <libelf.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -205,14 +206,34 @@ bool withinBudget(const std::vector<piece> &pieces, const ihex_readspec *setting
   return true;
 }
 
-// Places the pieces; false when a byte was refused or reading had to stop.
-bool place(place_sink *sink, const std::vector<piece> &pieces) {
+// Gives back the whole pages of a mapped file inside [d, d + n): what is
+// placed is held by the image, and a firmware file of hundreds of
+// megabytes must not be held twice. A page touched again is read from the
+// file anew.
+void release(const source &s, const uint8_t *d, uint64_t n) {
+  if (!s.mem.empty())
+    return; // read into memory, freed with the source
+  const uintptr_t page = static_cast<uintptr_t>(sysconf(_SC_PAGESIZE));
+  const uintptr_t lo = (reinterpret_cast<uintptr_t>(d) + page - 1) & ~(page - 1);
+  const uintptr_t hi = (reinterpret_cast<uintptr_t>(d) + n) & ~(page - 1);
+  if (hi > lo)
+    madvise(reinterpret_cast<void *>(lo), hi - lo, MADV_DONTNEED);
+}
+
+// Places the pieces a block at a time; false when a byte was refused or
+// reading had to stop.
+bool place(const source &s, place_sink *sink, const std::vector<piece> &pieces) {
+  constexpr uint64_t BLOCK = uint64_t(1) << 20;
   bool ok = true;
   for (const piece &p : pieces) {
-    const place_result r = place_piece(sink, p.lma, p.d, p.n);
-    ok &= r == PLACE_OK;
-    if (r == PLACE_STOP)
-      break;
+    for (uint64_t at = 0; at < p.n; at += BLOCK) {
+      const uint64_t n = std::min(BLOCK, p.n - at);
+      const place_result r = place_piece(sink, p.lma + at, p.d + at, n);
+      release(s, p.d + at, n);
+      ok &= r == PLACE_OK;
+      if (r == PLACE_STOP)
+        return false;
+    }
   }
   return ok;
 }
@@ -236,7 +257,7 @@ bool elffile_readToMerge(ihex *x, FILE *in, const ihex_readspec *settings, const
     if (const uint32_t why = decode(s, &pieces, &entry)) {
       hex_setNumError(EBADFILE, why);
     } else if (withinBudget(pieces, settings)) {
-      ok = place(&sink, pieces);
+      ok = place(s, &sink, pieces);
       if (entry != 0 && entry <= UINT32_MAX) {
         x->EIP = static_cast<uint32_t>(entry);
         x->hasEIP = true;
