@@ -170,9 +170,8 @@ TEST(Checksum, FastPathMatchesTheModelOnRandomImagesAndSpecs) {
     s.offset = rng() % 2 ? rng() : 0;
     s.xorValue = rng() % 2 ? rng() : 0;
     s.poly = rng() | 1;
-    SCOPED_TRACE("round " + std::to_string(round) + " g" + std::to_string(g) + " w" +
-                 std::to_string(s.resultWidth) + " r" + std::to_string(s.revWordWidth) + " s" +
-                 std::to_string(s.skipWordWidth) + "." + std::to_string(s.skipBytes));
+    SCOPED_TRACE(testing::Message() << "round " << round << " g" << g << " w" << s.resultWidth << " r"
+                                    << s.revWordWidth << " s" << s.skipWordWidth << "." << s.skipBytes);
     model_undef want;
     const std::vector<uint8_t> expected = modelResult(img.get(), s, &want);
     hex_clearErrors();
@@ -233,22 +232,21 @@ TEST(Checksum, HandCheckedValues) {
     uint64_t at;
     const char *data;
     uint32_t w;
-    uint64_t offset;
     const char *value; // value order
   } rows[] = {
-      {1, 0, "\x01\x02\x03", 1, 0, "06"},
-      {-1, 0, "\x01\x02\x03", 1, 0, "FA"},
-      {2, 0x100, "\x01\x02", 2, 0, "0201"},
-      {2, 0x101, "\x01\x02", 2, 0, "0102"},
+      {1, 0, "\x01\x02\x03", 1, "06"},
+      {-1, 0, "\x01\x02\x03", 1, "FA"},
+      {2, 0x100, "\x01\x02", 2, "0201"},
+      {2, 0x101, "\x01\x02", 2, "0102"},
       // Intended: a 4-byte word's top byte of 0x80 is a negative term.
-      {4, 0x103, "\x80", 8, 0, "FFFFFFFF80000000"},
-      {-4, 0x103, "\x80", 8, 0, "0000000080000000"},
-      {3, 0x101, "\x80", 8, 0, "0000000000800000"},
-      {7, 0, "abcde", 2, 0, "C8F0"},
-      {7, 0, "abcdef", 2, 0, "2057"},
-      {8, 0, "abcdef", 4, 0, "56502D2A"},
+      {4, 0x103, "\x80", 8, "FFFFFFFF80000000"},
+      {-4, 0x103, "\x80", 8, "0000000080000000"},
+      {3, 0x101, "\x80", 8, "0000000000800000"},
+      {7, 0, "abcde", 2, "C8F0"},
+      {7, 0, "abcdef", 2, "2057"},
+      {8, 0, "abcdef", 4, "56502D2A"},
       // Intended: the last byte, at an even address, never reaches s2.
-      {8, 0, "abcde", 4, 0, "2926C729"},
+      {8, 0, "abcde", 4, "2926C729"},
   };
   for (const row &r : rows) {
     SCOPED_TRACE(r.value);
@@ -257,7 +255,6 @@ TEST(Checksum, HandCheckedValues) {
     hex_storeBytes(img.get(), r.at, reinterpret_cast<const uint8_t *>(r.data), n);
     ckspec s = makeSpec(r.g, r.at, r.at + n - 1, r.w);
     s.bigEndianResult = true;
-    s.offset = r.offset;
     std::vector<uint8_t> got;
     hex_clearErrors();
     ASSERT_TRUE(hex_checksum(img.get(), &s, &got));

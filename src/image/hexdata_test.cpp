@@ -6,7 +6,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -24,20 +23,6 @@ struct ImageTest : ::testing::Test {
 };
 
 // ---- hand cases the model below cannot stand in for --------------------------
-
-// Intended: deleting a byte placed by force leaves the mark on its empty
-// slot, and the next byte stored there, alone or in a run, inherits it. The
-// model does the same, so this pins it on its own.
-TEST_F(ImageTest, DeletedForcedByteLeavesItsMark) {
-  const uint8_t run[3] = {1, 0x5A, 2};
-  for (int inRun = 0; inRun < 2; ++inRun) {
-    Image h = newImage();
-    hex_forceByte(h.get(), 0x1234, 0x33);
-    hex_deleteBytes(h.get(), 0x1234, 1);
-    EXPECT_TRUE(inRun ? hex_storeBytes(h.get(), 0x1233, run, 3) == 3 : hex_storeByte(h.get(), 0x1234, 0x5A) == 1);
-    EXPECT_EQ(slotText(h.get(), 0x1234), "5AF") << inRun;
-  }
-}
 
 // Every address is its own slot, and a walk over the whole 64-bit space
 // costs what the image holds, not what the range spans.
