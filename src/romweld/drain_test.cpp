@@ -1,3 +1,5 @@
+// Error records drained into an option's messages. A budget refusal, what
+// would not fit and then message 296, is in test/cli/documents.test.
 #include "romweld/drain.h"
 
 #include <gtest/gtest.h>
@@ -46,7 +48,6 @@ constexpr drain_row kRows[] = {
     drain_error(ECLASH, "0x%lX in %s (%d%%)", DF_ADDR, DF_PATH, DF_VALUE),
     drain_warning(EUNKNOWNREC, "line %u type %02X", DF_NUM, DF_NUM2),
     drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED),
-    drain_budget(EBUDGET, "%u copies would add %lu rows", DF_NUM, DF_ROWS),
     drain_internal(ENULL),
 };
 
@@ -120,19 +121,6 @@ TEST_F(Drain, ACodeTheOperationCannotMeetEndsTheToolNamingIt) {
         },
         testing::ExitedWithCode(1), std::string("\\(5\\) internal error: .*") + name);
   }
-}
-
-// A budget refusal says what would not fit, then ends the run as out of
-// memory.
-TEST_F(Drain, ABudgetRefusalSaysWhatThenEndsAsOutOfMemory) {
-  EXPECT_EXIT(
-      {
-        alert_setSink(nullptr);
-        hex_setBudgetError(0x100000000, 7);
-        (void)drain_errors(kRows, {&self});
-      },
-      testing::ExitedWithCode(1),
-      "argument : 7 copies would add 4294967296 rows\n\\(296\\) out of memory");
 }
 
 } // namespace

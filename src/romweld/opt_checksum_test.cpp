@@ -6,28 +6,14 @@
 #include <string>
 #include <vector>
 
-#include "common/alert.h"
-#include "image/hex_errno.h"
 #include "image/testutil.h"
 #include "romweld/args.h"
 #include "romweld/options.h"
-#include "romweld/settings.h"
+#include "romweld/testutil.h"
 
 namespace {
 
-class CkOption : public testing::Test {
-protected:
-  void SetUp() override {
-    alert_resetForTests();
-    alert_setSink([](const char *) {});
-    romweld_reset();
-  }
-  void TearDown() override {
-    alert_setSink(nullptr);
-    romweld_reset();
-    hex_clearErrors();
-  }
-};
+struct CkOption : optest::OptionTest {};
 
 // Runs text over "123456789" at address 0; the result in value order.
 std::string checkValue(const char *text) {

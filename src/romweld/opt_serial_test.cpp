@@ -3,20 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 #include <vector>
 
-#include "common/alert.h"
 #include "image/testutil.h"
 #include "romweld/args.h"
-#include "romweld/settings.h"
+#include "romweld/testutil.h"
 
 namespace {
 
 using testutil::hexText;
-
-std::string g_line;
-void collect(const char *line) { g_line += line; }
 
 std::string bytes(const hexdata *h) { // present bytes as "addr=byte"
   std::string out;
@@ -25,7 +20,9 @@ std::string bytes(const hexdata *h) { // present bytes as "addr=byte"
   return out;
 }
 
-TEST(OptSerial, PlacesTheBytes) {
+struct OptSerial : optest::OptionTest {};
+
+TEST_F(OptSerial, PlacesTheBytes) {
   const struct {
     std::vector<const char *> args;
     const char *bytes;
@@ -45,10 +42,7 @@ TEST(OptSerial, PlacesTheBytes) {
       // Addresses and intervals in words.
       {{"-ADDRESSING=2", "-SERIAL=1234@800-8r2", "-STRING@1800=A"},
        "FF0=12 FF1=34 1000=12 1001=34 3000=41 3001=0"},
-      // The first given of two forced serials runs last and wins.
-      {{"+-SERIAL=11@0", "+-SERIAL=2222@0"}, "0=11 1=22"},
   };
-  alert_setSink(collect); // the odd-nibble and 962 warnings
   for (const auto &c : cases) {
     SCOPED_TRACE(c.args.back());
     args_reset();
@@ -58,7 +52,6 @@ TEST(OptSerial, PlacesTheBytes) {
     EXPECT_TRUE(process(1));
     EXPECT_EQ(bytes(ihex_getImage(romweld.hex)), c.bytes);
   }
-  alert_setSink(nullptr);
   args_reset();
 }
 
