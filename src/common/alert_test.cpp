@@ -46,16 +46,14 @@ TEST_F(Alert, UndescribedNumberIsAnError) {
   EXPECT_TRUE(alert_errorReached());
 }
 
-TEST_F(Alert, DefaultTemplatesHaveEmptyPosition) {
+// The default templates leave the position empty. A message has no source
+// position, so %f, %l and %c print nothing.
+TEST_F(Alert, Templates) {
   alert_setTemplateStyle(1);
   alert(962, "10h", "a", "b");
   alert(1033);
   EXPECT_EQ(lines, (Lines{": : (962) forced data conflict at address 10h between a and b (warning)\n",
                           ": : available command-line options:\n"}));
-}
-
-// A message has no source position: %f, %l and %c print nothing.
-TEST_F(Alert, TemplatePlaceholders) {
   setenv("ZKC_ERR_FORMAT", "%f|%l|%c|%n|%s|%a|%q|%", 1);
   setenv("ZKC_MSG_FORMAT", "", 1); // set but empty replaces the default
   restart(true);
