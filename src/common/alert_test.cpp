@@ -9,6 +9,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "common/msgfile.h"
@@ -77,11 +78,7 @@ TEST_F(Alert, WarningThreshold) {
 }
 
 TEST_F(Alert, DisableList) {
-  struct {
-    const char *list;
-    unsigned num;
-    bool printed;
-  } cases[] = {
+  const std::tuple<const char *, unsigned, bool> cases[] = { // list, message, printed
       {"962", 962, false},
       {"168", 168, true},        // intended: a plain number never hides an error
       {"168:on", 168, true},
@@ -94,14 +91,14 @@ TEST_F(Alert, DisableList) {
       {"0,168:off", 168, true},   // the rest of a list starting with 0 is ignored
       {"", 962, true},
   };
-  for (const auto &c : cases) {
+  for (auto [list, num, printed] : cases) {
+    SCOPED_TRACE(testing::Message() << list << " " << num);
     SetUp();
-    alert_disable(c.list);
-    int r = c.num == 962 ? alert(962, "1h", "a", "b") : alert(c.num, "-x");
-    EXPECT_EQ(r, c.printed ? 1 : 0) << c.list << " " << c.num;
-    EXPECT_EQ(lines.size(), c.printed ? 1u : 0u) << c.list << " " << c.num;
-    if (c.num == 168) {
-      EXPECT_EQ(alert_errorReached(), c.printed) << c.list;
+    alert_disable(list);
+    EXPECT_EQ(num == 962 ? alert(962, "1h", "a", "b") : alert(num, "-x"), printed ? 1 : 0);
+    EXPECT_EQ(lines.size(), printed ? 1u : 0u);
+    if (num == 168) {
+      EXPECT_EQ(alert_errorReached(), printed);
     }
   }
 }

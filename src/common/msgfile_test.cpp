@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "common/alert.h"
@@ -111,10 +113,7 @@ TEST_F(MsgFile, LongLinesAreReadInPieces) {
 }
 
 TEST_F(MsgFile, ConversionComparison) {
-  struct {
-    const char *loaded, *builtin;
-    bool same;
-  } cases[] = {
+  const std::tuple<const char *, const char *, bool> cases[] = { // loaded, built-in, same
       {"unbekannte Option \"%s\"", "unknown option \"%s\"", true},
       {"%-20s|%.3s", "%s %s", true},
       {"%i", "%d", true},
@@ -132,9 +131,8 @@ TEST_F(MsgFile, ConversionComparison) {
       {"%y", "", false},
       {"%n", "", false},
   };
-  for (const auto &c : cases)
-    EXPECT_EQ(msgfile_sameConversions(c.loaded, c.builtin), c.same)
-        << c.loaded << " vs " << c.builtin;
+  for (auto [loaded, builtin, same] : cases)
+    EXPECT_EQ(msgfile_sameConversions(loaded, builtin), same) << loaded << " vs " << builtin;
   std::string many;
   for (int i = 0; i < 300; ++i)
     many += "%s";
@@ -160,14 +158,11 @@ TEST_F(MsgFile, BuiltinTableIsWellFormed) {
 
 // The names a search accepts are in FindMsgFiles.
 TEST_F(MsgFile, VersionFromTheFileName) {
-  struct {
-    const char *path;
-    uint64_t version;
-  } cases[] = {{"/a/20220703182018_en.msgs", 20220703182018ULL},
-               {"/a/1_en.msgs", 1}, {"en_msgs.txt", 0},
-               {"/9dir/x_en.msgs", 0}, {"/a/99999999999999_en.msgs", 99999999999999ULL}};
-  for (const auto &c : cases)
-    EXPECT_EQ(getMsgFileVersion(c.path), c.version) << c.path;
+  const std::pair<const char *, uint64_t> cases[] = {
+      {"/a/20220703182018_en.msgs", 20220703182018ULL}, {"/a/1_en.msgs", 1}, {"en_msgs.txt", 0},
+      {"/9dir/x_en.msgs", 0}, {"/a/99999999999999_en.msgs", 99999999999999ULL}};
+  for (auto [path, version] : cases)
+    EXPECT_EQ(getMsgFileVersion(path), version) << path;
 }
 
 TEST_F(MsgFile, CandidateOrdering) {
@@ -211,19 +206,16 @@ TEST_F(MsgFile, ChoiceKnownWellFormed) {
   const std::string site = "inst/" + std::to_string(msgs_en_version) + "_en.msgs";
   ASSERT_EQ(mkdir((dir + "/inst").c_str(), 0700), 0);
   msgfile_setInstallDirForTests(dir + "/inst");
-  struct {
-    std::string name, text;
-    bool known;
-  } cases[] = {
+  const std::tuple<std::string, std::string, bool> cases[] = { // file, text, known
       {"1_en.msgs", "bad\n", true}, // older: the built-in copy wins
       {site, builtin, true},
       {site, builtin + "bad\n", false},
       {"99999999999999_en.msgs", "168 E neu %s\n", false},
   };
-  for (const auto &c : cases) {
-    std::string path = write(c.name, c.text);
-    EXPECT_EQ(msgfile_choiceIsWellFormed({path}), c.known) << c.name;
-    EXPECT_EQ(msgfile_choiceIsWellFormed({dir + "/0_en.msgs", path}), c.known) << c.name;
+  for (const auto &[name, text, known] : cases) {
+    std::string path = write(name, text);
+    EXPECT_EQ(msgfile_choiceIsWellFormed({path}), known) << name;
+    EXPECT_EQ(msgfile_choiceIsWellFormed({dir + "/0_en.msgs", path}), known) << name;
     unlink(path.c_str());
   }
   EXPECT_TRUE(msgfile_choiceIsWellFormed({}));

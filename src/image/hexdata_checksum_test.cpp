@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <random>
+#include <tuple>
 
 #include "common/shahash.h"
 #include "image/testutil.h"
@@ -227,13 +228,8 @@ TEST(Checksum, FastPathMatchesTheModelOnRandomImagesAndSpecs) {
 
 // Values worked out by hand from the algorithms' definitions.
 TEST(Checksum, HandCheckedValues) {
-  struct row {
-    int32_t g;
-    uint64_t at;
-    const char *data;
-    uint32_t w;
-    const char *value; // value order
-  } rows[] = {
+  // Algorithm, where the data goes, the data, result width, value in value order.
+  const std::tuple<int32_t, uint64_t, const char *, uint32_t, const char *> rows[] = {
       {1, 0, "\x01\x02\x03", 1, "06"},
       {-1, 0, "\x01\x02\x03", 1, "FA"},
       {2, 0x100, "\x01\x02", 2, "0201"},
@@ -248,17 +244,17 @@ TEST(Checksum, HandCheckedValues) {
       // Intended: the last byte, at an even address, never reaches s2.
       {8, 0, "abcde", 4, "2926C729"},
   };
-  for (const row &r : rows) {
-    SCOPED_TRACE(r.value);
+  for (auto [g, at, data, w, value] : rows) {
+    SCOPED_TRACE(value);
     Image img = newImage();
-    const size_t n = std::strlen(r.data);
-    hex_storeBytes(img.get(), r.at, reinterpret_cast<const uint8_t *>(r.data), n);
-    ckspec s = makeSpec(r.g, r.at, r.at + n - 1, r.w);
+    const size_t n = std::strlen(data);
+    hex_storeBytes(img.get(), at, reinterpret_cast<const uint8_t *>(data), n);
+    ckspec s = makeSpec(g, at, at + n - 1, w);
     s.bigEndianResult = true;
     std::vector<uint8_t> got;
     hex_clearErrors();
     ASSERT_TRUE(hex_checksum(img.get(), &s, &got));
-    EXPECT_EQ(hexBytes(got), r.value);
+    EXPECT_EQ(hexBytes(got), value);
   }
 }
 

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "image/testutil.h"
@@ -25,10 +26,7 @@ std::string bytes(const hexdata *h) { // present bytes as "addr=byte"
 struct OptSerial : optest::OptionTest {};
 
 TEST_F(OptSerial, PlacesTheBytes) {
-  const struct {
-    std::vector<const char *> args;
-    const char *bytes;
-  } cases[] = {
+  const std::pair<std::vector<const char *>, const char *> cases[] = { // arguments, bytes
       {{"-SERIAL=1234@1000"}, "1000=12 1001=34"},
       {{"-SERIAL=00FF+1@1000r2"}, "1000=0 1001=FF 1002=1 1003=0"},
       {{"-SERIAL=1234@1000-10r3"}, "FE0=12 FE1=34 FF0=12 FF1=34 1000=12 1001=34"},
@@ -40,14 +38,14 @@ TEST_F(OptSerial, PlacesTheBytes) {
       {{"-ADDRESSING=2", "-SERIAL=1234@800-8r2", "-STRING@1800=A"},
        "FF0=12 FF1=34 1000=12 1001=34 3000=41 3001=0"},
   };
-  for (const auto &c : cases) {
-    SCOPED_TRACE(c.args.back());
+  for (const auto &[args, want] : cases) {
+    SCOPED_TRACE(args.back());
     args_reset();
     romweld.output.suppress = true;
-    for (const char *a : c.args)
+    for (const char *a : args)
       ASSERT_TRUE(args_add(a));
     EXPECT_TRUE(process(1));
-    EXPECT_EQ(bytes(ihex_getImage(romweld.hex)), c.bytes);
+    EXPECT_EQ(bytes(ihex_getImage(romweld.hex)), want);
   }
   args_reset();
 }
