@@ -120,8 +120,7 @@ TEST_F(Alert, TypedKindsAndSystemErrorText) {
 }
 
 TEST_F(Alert, TextAndLineCuts) {
-  std::string big(2000, 'a');
-  alert(168, big.c_str());
+  alert(168, std::string(2000, 'a').c_str());
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_EQ(lines[0].size(), 511u + 1); // text cut at 511, then the newline
   EXPECT_EQ(lines[0].substr(0, 21), "(168) unknown option ");
@@ -134,10 +133,8 @@ TEST_F(Alert, TextAndLineCuts) {
 
 TEST_F(Alert, FormatterOverflowIsNoted) {
   ::testing::internal::CaptureStderr();
-  std::string s = alert_format("%s", std::string(5000, 'z').c_str());
-  std::string err = ::testing::internal::GetCapturedStderr();
-  EXPECT_EQ(s, std::string(4095, 'z'));
-  EXPECT_EQ(err, "buffer overflow in vsnprintf");
+  EXPECT_EQ(alert_format("%s", std::string(5000, 'z').c_str()), std::string(4095, 'z'));
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "buffer overflow in vsnprintf");
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(alert_format("%d-%s", 4, "x"), "4-x");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");

@@ -104,8 +104,7 @@ TEST_F(MsgFile, LineFormat) {
 }
 
 TEST_F(MsgFile, LongLinesAreReadInPieces) {
-  std::string text = "30 E " + std::string(300, 'x') + "\n31 E next\n";
-  msg_parsed p = parseText(text);
+  msg_parsed p = parseText("30 E " + std::string(300, 'x') + "\n31 E next\n");
   EXPECT_EQ(dump(*p.table), "30E0 " + std::string(255 - 5, 'x') + "|31E0 next|");
   // The rest of the long line ("xxx...") is a line of its own: number 0,
   // unknown type, so it is malformed.
@@ -181,10 +180,8 @@ TEST_F(MsgFile, FindMsgFiles) {
   write("en_msgs.txt.bak", "");
   std::vector<std::string> list{"keep"};
   EXPECT_EQ(findMsgFiles(dir, 255, list), 2u);
-  ASSERT_EQ(list.size(), 3u);
   std::sort(list.begin() + 1, list.end());
-  EXPECT_EQ(list[1], dir + "/3_en.msgs");
-  EXPECT_EQ(list[2], dir + "/en_msgs.txt");
+  EXPECT_EQ(list, (std::vector<std::string>{"keep", dir + "/3_en.msgs", dir + "/en_msgs.txt"}));
   EXPECT_EQ(findMsgFiles(dir + "/missing", 255, list), 0u);
 }
 

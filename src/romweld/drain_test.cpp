@@ -9,30 +9,17 @@
 
 #include "image/hex_errno.h"
 #include "romweld/args.h"
+#include "romweld/testutil.h"
 
 namespace {
 
-std::vector<std::string> g_lines;
-void collect(const char *line) {
-  std::string l(line);
-  if (!l.empty() && l.back() == '\n')
-    l.pop_back();
-  g_lines.push_back(l);
-}
+using optest::whole;
 
-class Drain : public testing::Test {
-protected:
+struct Drain : optest::OptionTest {
   void SetUp() override {
-    alert_resetForTests();
-    alert_setSink(collect);
-    g_lines.clear();
-    hex_clearErrors();
+    OptionTest::SetUp();
     self.str = "+self.hex";
     owner.str = "owner.hex";
-  }
-  void TearDown() override {
-    alert_setSink(nullptr);
-    hex_clearErrors();
   }
   romweld_arg self, owner;
 };
@@ -76,11 +63,11 @@ TEST_F(Drain, EachRecordBecomesItsRowWithItsTypedFields) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
-    g_lines.clear();
+    whole.clear();
     hex_clearErrors();
     c.record(&owner);
     EXPECT_EQ(drain_errors(kRows, {&self, "in.hex", -8}), c.ok);
-    EXPECT_EQ(g_lines, c.lines);
+    EXPECT_EQ(whole, c.lines);
   }
 }
 
@@ -90,18 +77,18 @@ TEST_F(Drain, RecordsPastTheBoundAreAnnounced) {
   for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 2; ++i)
     hex_setAddrError(ECLASH, i);
   EXPECT_FALSE(drain_errors(kRows, {&self, "in.hex"}));
-  ASSERT_EQ(g_lines.size(), HEX_ERRORS_KEPT + 1u);
-  EXPECT_EQ(g_lines.back(), "(1600) \"+self.hex\" argument : 2 more problems were found but not "
+  ASSERT_EQ(whole.size(), HEX_ERRORS_KEPT + 1u);
+  EXPECT_EQ(whole.back(), "(1600) \"+self.hex\" argument : 2 more problems were found but not "
                             "listed");
 
   // Warnings past the bound: the note is a warning and the operation goes on.
   hex_clearErrors();
-  g_lines.clear();
+  whole.clear();
   alert_disable("962"); // keep the ten thousand kept warnings quiet
   for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 3; ++i)
     hex_setClobbered(i, &owner);
   EXPECT_TRUE(drain_errors(kRows, {&self}));
-  EXPECT_EQ(g_lines, std::vector<std::string>{
+  EXPECT_EQ(whole, std::vector<std::string>{
                          "(1601) \"+self.hex\" argument : 3 more problems were found but not "
                          "listed (warning)"});
 }

@@ -11,8 +11,6 @@ namespace {
 // The text, the radix, its value, its width in bytes and the offset of the
 // cursor after the number.
 const std::tuple<const char *, int, uint64_t, unsigned, size_t> kNumbers[] = {
-    {"FF", RADIX_DEFAULT_16, 0xFF, 1, 2},
-    {"100", RADIX_DEFAULT_16, 0x100, 2, 3},
     {"0", RADIX_DEFAULT_16, 0, 1, 1},
     {"000", RADIX_10, 0, 1, 3},
     {"00000001", RADIX_16, 1, 1, 8},

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -89,9 +90,7 @@ struct Parse : optest::OptionTest {};
 
 TEST_F(Parse, EachTextFillsItsRecordOrSaysWhatIsWrong) {
   set_maxerrors(1000); // every refused row is one error
-  const struct {
-    const char *text, *want;
-  } rows[] = {
+  const std::pair<const char *, const char *> rows[] = { // text, what it draws
       // -FILL and -MASK
       {"-FILL=0xFF@0x100:0x103", "=> -FILL w2 FF inc=0 100-103 m0"}, // a constant is 16-bit
       {"-fill=W4:5,076,0b1101@8",
@@ -243,8 +242,8 @@ TEST_F(Parse, EachTextFillsItsRecordOrSaysWhatIsWrong) {
       {"-CKSUM.hex", "malformed option"},
       {"-C=0-1@2g1", "no option"},
   };
-  for (const auto &r : rows)
-    EXPECT_EQ(parse(r.text), r.want) << r.text;
+  for (auto [text, want] : rows)
+    EXPECT_EQ(parse(text), want) << text;
 }
 
 } // namespace

@@ -13,23 +13,26 @@
 
 namespace optest {
 
-// Each message's description: what follows " argument : ", or else the
-// whole line, without its line end.
-inline std::vector<std::string> lines;
+// Each message without its line end: whole, and as its description (what
+// follows " argument : ", or else the whole line).
+inline std::vector<std::string> whole, lines;
 inline void collect(const char *line) {
   std::string l(line);
   l.erase(l.find_last_not_of('\n') + 1);
+  whole.push_back(l);
   const size_t at = l.find(" argument : ");
   lines.push_back(at == std::string::npos ? l : l.substr(at + 12));
 }
 
-// A fresh message service writing into lines, and the settings of a run
-// that has not started.
+// A fresh message service writing into whole and lines, no error records,
+// and the settings of a run that has not started.
 struct OptionTest : testing::Test {
   void SetUp() override {
     alert_resetForTests();
     alert_setSink(collect);
+    whole.clear();
     lines.clear();
+    hex_clearErrors();
     romweld_reset();
   }
   void TearDown() override {

@@ -12,7 +12,6 @@ constexpr uint64_t TOP = UINT64_MAX;
 TEST(Units, AddressesScaleOrRefuse) {
   // Kind, value, unit, whether it fits, the value in bytes.
   const std::tuple<units_kind, uint64_t, uint32_t, bool, uint64_t> rows[] = {
-      {UNITS_START, 0, 8, true, 0},
       {UNITS_START, 0x10, 0, true, 0x10}, // unit 0 means bytes
       {UNITS_START, TOP, 1, true, TOP},
       {UNITS_START, 0x1FFFFFFFFFFFFFFF, 8, true, 0xFFFFFFFFFFFFFFF8},
