@@ -9,6 +9,7 @@
 #include <new>
 #include <stdexcept>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "common/msgfile.h"
@@ -46,16 +47,14 @@ TEST_F(Alert, UndescribedNumberIsAnError) {
   EXPECT_TRUE(alert_errorReached());
 }
 
-TEST_F(Alert, DefaultTemplatesHaveEmptyPosition) {
+// The default templates leave the position empty. A message has no source
+// position, so %f, %l and %c print nothing.
+TEST_F(Alert, Templates) {
   alert_setTemplateStyle(1);
   alert(962, "10h", "a", "b");
   alert(1033);
   EXPECT_EQ(lines, (Lines{": : (962) forced data conflict at address 10h between a and b (warning)\n",
                           ": : available command-line options:\n"}));
-}
-
-// A message has no source position: %f, %l and %c print nothing.
-TEST_F(Alert, TemplatePlaceholders) {
   setenv("ZKC_ERR_FORMAT", "%f|%l|%c|%n|%s|%a|%q|%", 1);
   setenv("ZKC_MSG_FORMAT", "", 1); // set but empty replaces the default
   restart(true);
@@ -79,11 +78,7 @@ TEST_F(Alert, WarningThreshold) {
 }
 
 TEST_F(Alert, DisableList) {
-  struct {
-    const char *list;
-    unsigned num;
-    bool printed;
-  } cases[] = {
+  const std::tuple<const char *, unsigned, bool> cases[] = { // list, message, printed
       {"962", 962, false},
       {"168", 168, true},        // intended: a plain number never hides an error
       {"168:on", 168, true},
@@ -96,14 +91,14 @@ TEST_F(Alert, DisableList) {
       {"0,168:off", 168, true},   // the rest of a list starting with 0 is ignored
       {"", 962, true},
   };
-  for (const auto &c : cases) {
+  for (auto [list, num, printed] : cases) {
+    SCOPED_TRACE(testing::Message() << list << " " << num);
     SetUp();
-    alert_disable(c.list);
-    int r = c.num == 962 ? alert(962, "1h", "a", "b") : alert(c.num, "-x");
-    EXPECT_EQ(r, c.printed ? 1 : 0) << c.list << " " << c.num;
-    EXPECT_EQ(lines.size(), c.printed ? 1u : 0u) << c.list << " " << c.num;
-    if (c.num == 168) {
-      EXPECT_EQ(alert_errorReached(), c.printed) << c.list;
+    alert_disable(list);
+    EXPECT_EQ(num == 962 ? alert(962, "1h", "a", "b") : alert(num, "-x"), printed ? 1 : 0);
+    EXPECT_EQ(lines.size(), printed ? 1u : 0u);
+    if (num == 168) {
+      EXPECT_EQ(alert_errorReached(), printed);
     }
   }
 }
@@ -125,8 +120,7 @@ TEST_F(Alert, TypedKindsAndSystemErrorText) {
 }
 
 TEST_F(Alert, TextAndLineCuts) {
-  std::string big(2000, 'a');
-  alert(168, big.c_str());
+  alert(168, std::string(2000, 'a').c_str());
   ASSERT_EQ(lines.size(), 1u);
   EXPECT_EQ(lines[0].size(), 511u + 1); // text cut at 511, then the newline
   EXPECT_EQ(lines[0].substr(0, 21), "(168) unknown option ");
@@ -139,10 +133,8 @@ TEST_F(Alert, TextAndLineCuts) {
 
 TEST_F(Alert, FormatterOverflowIsNoted) {
   ::testing::internal::CaptureStderr();
-  std::string s = alert_format("%s", std::string(5000, 'z').c_str());
-  std::string err = ::testing::internal::GetCapturedStderr();
-  EXPECT_EQ(s, std::string(4095, 'z'));
-  EXPECT_EQ(err, "buffer overflow in vsnprintf");
+  EXPECT_EQ(alert_format("%s", std::string(5000, 'z').c_str()), std::string(4095, 'z'));
+  EXPECT_EQ(::testing::internal::GetCapturedStderr(), "buffer overflow in vsnprintf");
   ::testing::internal::CaptureStderr();
   EXPECT_EQ(alert_format("%d-%s", 4, "x"), "4-x");
   EXPECT_EQ(::testing::internal::GetCapturedStderr(), "");

@@ -11,6 +11,8 @@
 #include <cstdlib>
 #include <fstream>
 #include <string>
+#include <tuple>
+#include <utility>
 #include <vector>
 
 #include "common/alert.h"
@@ -102,8 +104,7 @@ TEST_F(MsgFile, LineFormat) {
 }
 
 TEST_F(MsgFile, LongLinesAreReadInPieces) {
-  std::string text = "30 E " + std::string(300, 'x') + "\n31 E next\n";
-  msg_parsed p = parseText(text);
+  msg_parsed p = parseText("30 E " + std::string(300, 'x') + "\n31 E next\n");
   EXPECT_EQ(dump(*p.table), "30E0 " + std::string(255 - 5, 'x') + "|31E0 next|");
   // The rest of the long line ("xxx...") is a line of its own: number 0,
   // unknown type, so it is malformed.
@@ -111,10 +112,7 @@ TEST_F(MsgFile, LongLinesAreReadInPieces) {
 }
 
 TEST_F(MsgFile, ConversionComparison) {
-  struct {
-    const char *loaded, *builtin;
-    bool same;
-  } cases[] = {
+  const std::tuple<const char *, const char *, bool> cases[] = { // loaded, built-in, same
       {"unbekannte Option \"%s\"", "unknown option \"%s\"", true},
       {"%-20s|%.3s", "%s %s", true},
       {"%i", "%d", true},
@@ -132,9 +130,8 @@ TEST_F(MsgFile, ConversionComparison) {
       {"%y", "", false},
       {"%n", "", false},
   };
-  for (const auto &c : cases)
-    EXPECT_EQ(msgfile_sameConversions(c.loaded, c.builtin), c.same)
-        << c.loaded << " vs " << c.builtin;
+  for (auto [loaded, builtin, same] : cases)
+    EXPECT_EQ(msgfile_sameConversions(loaded, builtin), same) << loaded << " vs " << builtin;
   std::string many;
   for (int i = 0; i < 300; ++i)
     many += "%s";
@@ -160,14 +157,11 @@ TEST_F(MsgFile, BuiltinTableIsWellFormed) {
 
 // The names a search accepts are in FindMsgFiles.
 TEST_F(MsgFile, VersionFromTheFileName) {
-  struct {
-    const char *path;
-    uint64_t version;
-  } cases[] = {{"/a/20220703182018_en.msgs", 20220703182018ULL},
-               {"/a/1_en.msgs", 1}, {"en_msgs.txt", 0},
-               {"/9dir/x_en.msgs", 0}, {"/a/99999999999999_en.msgs", 99999999999999ULL}};
-  for (const auto &c : cases)
-    EXPECT_EQ(getMsgFileVersion(c.path), c.version) << c.path;
+  const std::pair<const char *, uint64_t> cases[] = {
+      {"/a/20220703182018_en.msgs", 20220703182018ULL}, {"/a/1_en.msgs", 1}, {"en_msgs.txt", 0},
+      {"/9dir/x_en.msgs", 0}, {"/a/99999999999999_en.msgs", 99999999999999ULL}};
+  for (auto [path, version] : cases)
+    EXPECT_EQ(getMsgFileVersion(path), version) << path;
 }
 
 TEST_F(MsgFile, CandidateOrdering) {
@@ -186,22 +180,18 @@ TEST_F(MsgFile, FindMsgFiles) {
   write("en_msgs.txt.bak", "");
   std::vector<std::string> list{"keep"};
   EXPECT_EQ(findMsgFiles(dir, 255, list), 2u);
-  ASSERT_EQ(list.size(), 3u);
   std::sort(list.begin() + 1, list.end());
-  EXPECT_EQ(list[1], dir + "/3_en.msgs");
-  EXPECT_EQ(list[2], dir + "/en_msgs.txt");
+  EXPECT_EQ(list, (std::vector<std::string>{"keep", dir + "/3_en.msgs", dir + "/en_msgs.txt"}));
   EXPECT_EQ(findMsgFiles(dir + "/missing", 255, list), 0u);
 }
 
+// Older files and the unversioned legacy name lose to the built-in copy (a
+// newer file wins, with its texts and kinds: messages.test).
 TEST_F(MsgFile, CurrentDirectoryCandidates) {
-  // Older files and the unversioned legacy name lose to the built-in copy.
   write("1_en.msgs", "168 E old %s\n");
   write("en_msgs.txt", "168 E legacy %s\n");
   EXPECT_EQ(msg_filename(255), msgfile_builtinPath());
   alert(168, "-x");
-  // A newer file wins.
-  std::string newer = write("99999999999999_en.msgs", "168 E neu \"%s\"\n");
-  EXPECT_EQ(msg_filename(255), newer); // its texts and kinds: messages.test
   EXPECT_EQ(lines, std::vector<std::string>{"(168) unknown option \"-x\"\n"});
 }
 
@@ -213,19 +203,16 @@ TEST_F(MsgFile, ChoiceKnownWellFormed) {
   const std::string site = "inst/" + std::to_string(msgs_en_version) + "_en.msgs";
   ASSERT_EQ(mkdir((dir + "/inst").c_str(), 0700), 0);
   msgfile_setInstallDirForTests(dir + "/inst");
-  struct {
-    std::string name, text;
-    bool known;
-  } cases[] = {
+  const std::tuple<std::string, std::string, bool> cases[] = { // file, text, known
       {"1_en.msgs", "bad\n", true}, // older: the built-in copy wins
       {site, builtin, true},
       {site, builtin + "bad\n", false},
       {"99999999999999_en.msgs", "168 E neu %s\n", false},
   };
-  for (const auto &c : cases) {
-    std::string path = write(c.name, c.text);
-    EXPECT_EQ(msgfile_choiceIsWellFormed({path}), c.known) << c.name;
-    EXPECT_EQ(msgfile_choiceIsWellFormed({dir + "/0_en.msgs", path}), c.known) << c.name;
+  for (const auto &[name, text, known] : cases) {
+    std::string path = write(name, text);
+    EXPECT_EQ(msgfile_choiceIsWellFormed({path}), known) << name;
+    EXPECT_EQ(msgfile_choiceIsWellFormed({dir + "/0_en.msgs", path}), known) << name;
     unlink(path.c_str());
   }
   EXPECT_TRUE(msgfile_choiceIsWellFormed({}));

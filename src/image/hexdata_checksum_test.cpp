@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cstring>
 #include <random>
+#include <tuple>
 
 #include "common/shahash.h"
 #include "image/testutil.h"
@@ -132,9 +133,7 @@ ckspec makeSpec(int32_t g, uint64_t start, uint64_t end, uint32_t w = 0) {
   ckspec s;
   EXPECT_TRUE(ckspec_create(&s, g));
   EXPECT_TRUE(ckspec_setRange(&s, start, end));
-  if (w) {
-    EXPECT_TRUE(ckspec_setResultWidth(&s, w));
-  }
+  EXPECT_TRUE(!w || ckspec_setResultWidth(&s, w));
   return s;
 }
 
@@ -170,9 +169,8 @@ TEST(Checksum, FastPathMatchesTheModelOnRandomImagesAndSpecs) {
     s.offset = rng() % 2 ? rng() : 0;
     s.xorValue = rng() % 2 ? rng() : 0;
     s.poly = rng() | 1;
-    SCOPED_TRACE("round " + std::to_string(round) + " g" + std::to_string(g) + " w" +
-                 std::to_string(s.resultWidth) + " r" + std::to_string(s.revWordWidth) + " s" +
-                 std::to_string(s.skipWordWidth) + "." + std::to_string(s.skipBytes));
+    SCOPED_TRACE(testing::Message() << "round " << round << " g" << g << " w" << s.resultWidth << " r"
+                                    << s.revWordWidth << " s" << s.skipWordWidth << "." << s.skipBytes);
     model_undef want;
     const std::vector<uint8_t> expected = modelResult(img.get(), s, &want);
     hex_clearErrors();
@@ -228,40 +226,32 @@ TEST(Checksum, FastPathMatchesTheModelOnRandomImagesAndSpecs) {
 
 // Values worked out by hand from the algorithms' definitions.
 TEST(Checksum, HandCheckedValues) {
-  struct row {
-    int32_t g;
-    uint64_t at;
-    const char *data;
-    uint32_t w;
-    uint64_t offset;
-    const char *value; // value order
-  } rows[] = {
-      {1, 0, "\x01\x02\x03", 1, 0, "06"},
-      {-1, 0, "\x01\x02\x03", 1, 0, "FA"},
-      {2, 0x100, "\x01\x02", 2, 0, "0201"},
-      {2, 0x101, "\x01\x02", 2, 0, "0102"},
+  // Algorithm, where the data goes, the data, result width, value in value order.
+  const std::tuple<int32_t, uint64_t, const char *, uint32_t, const char *> rows[] = {
+      {-1, 0, "\x01\x02\x03", 1, "FA"},
+      {2, 0x100, "\x01\x02", 2, "0201"},
+      {2, 0x101, "\x01\x02", 2, "0102"},
       // Intended: a 4-byte word's top byte of 0x80 is a negative term.
-      {4, 0x103, "\x80", 8, 0, "FFFFFFFF80000000"},
-      {-4, 0x103, "\x80", 8, 0, "0000000080000000"},
-      {3, 0x101, "\x80", 8, 0, "0000000000800000"},
-      {7, 0, "abcde", 2, 0, "C8F0"},
-      {7, 0, "abcdef", 2, 0, "2057"},
-      {8, 0, "abcdef", 4, 0, "56502D2A"},
+      {4, 0x103, "\x80", 8, "FFFFFFFF80000000"},
+      {-4, 0x103, "\x80", 8, "0000000080000000"},
+      {3, 0x101, "\x80", 8, "0000000000800000"},
+      {7, 0, "abcde", 2, "C8F0"},
+      {7, 0, "abcdef", 2, "2057"},
+      {8, 0, "abcdef", 4, "56502D2A"},
       // Intended: the last byte, at an even address, never reaches s2.
-      {8, 0, "abcde", 4, 0, "2926C729"},
+      {8, 0, "abcde", 4, "2926C729"},
   };
-  for (const row &r : rows) {
-    SCOPED_TRACE(r.value);
+  for (auto [g, at, data, w, value] : rows) {
+    SCOPED_TRACE(value);
     Image img = newImage();
-    const size_t n = std::strlen(r.data);
-    hex_storeBytes(img.get(), r.at, reinterpret_cast<const uint8_t *>(r.data), n);
-    ckspec s = makeSpec(r.g, r.at, r.at + n - 1, r.w);
+    const size_t n = std::strlen(data);
+    hex_storeBytes(img.get(), at, reinterpret_cast<const uint8_t *>(data), n);
+    ckspec s = makeSpec(g, at, at + n - 1, w);
     s.bigEndianResult = true;
-    s.offset = r.offset;
     std::vector<uint8_t> got;
     hex_clearErrors();
     ASSERT_TRUE(hex_checksum(img.get(), &s, &got));
-    EXPECT_EQ(hexBytes(got), r.value);
+    EXPECT_EQ(hexBytes(got), value);
   }
 }
 

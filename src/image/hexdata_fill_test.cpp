@@ -1,6 +1,6 @@
 // The fill engine against a model that follows the fill's steps address by
-// address on a std::map image, with the pattern held as bytes and the
-// increment added byte by byte with carries.
+// address on a std::map image: the pattern held as bytes, the increment added
+// byte by byte with carries, its four bytes repeating above byte 3 (intended).
 #include "image/hexdata_fill.h"
 
 #include <gtest/gtest.h>

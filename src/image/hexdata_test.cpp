@@ -6,7 +6,6 @@
 #include <random>
 #include <set>
 #include <string>
-#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -25,22 +24,8 @@ struct ImageTest : ::testing::Test {
 
 // ---- hand cases the model below cannot stand in for --------------------------
 
-// Intended: deleting a byte placed by force leaves the mark on its empty
-// slot, and the next byte stored there, alone or in a run, inherits it. The
-// model does the same, so this pins it on its own.
-TEST_F(ImageTest, DeletedForcedByteLeavesItsMark) {
-  const uint8_t run[3] = {1, 0x5A, 2};
-  for (int inRun = 0; inRun < 2; ++inRun) {
-    Image h = newImage();
-    hex_forceByte(h.get(), 0x1234, 0x33);
-    hex_deleteBytes(h.get(), 0x1234, 1);
-    EXPECT_TRUE(inRun ? hex_storeBytes(h.get(), 0x1233, run, 3) == 3 : hex_storeByte(h.get(), 0x1234, 0x5A) == 1);
-    EXPECT_EQ(slotText(h.get(), 0x1234), "5AF") << inRun;
-  }
-}
-
-// Every address is its own slot, and a walk over the whole 64-bit space
-// costs what the image holds, not what the range spans.
+// A walk over the whole 64-bit space costs what the image holds, not what
+// the range spans (every slot's content: the model test's clusters).
 TEST_F(ImageTest, WholeAddressSpaceOnASparseImage) {
   Image h = newImage();
   hexdata *H = h.get();
@@ -50,10 +35,6 @@ TEST_F(ImageTest, WholeAddressSpaceOnASparseImage) {
   hex_setNote(H, far, far + 0xFF, &ownerB);
   hex_setNote(H, top - 0xFF, top, &ownerA);
   hex_preserveData(H, top, top, 1);
-  EXPECT_EQ(present(H), "10=01 10000000000=01/B 8000000000000000=81 FFFFFFFFFFFFFF00=FF/A "
-                        "FFFFFFFFFFFFFFFF=FFR/A");
-  EXPECT_EQ(bounds(H), "count 5 10-FFFFFFFFFFFFFFFF");
-  EXPECT_EQ(hex_hasByte(H, 0), 0);
   uint64_t next = 0;
   EXPECT_TRUE(hex_nextPresent(H, 0, &next) && next == 0x10);
   EXPECT_TRUE(hex_nextPresent(H, half + 1, &next) && next == top - 0xFF);
@@ -64,8 +45,6 @@ TEST_F(ImageTest, WholeAddressSpaceOnASparseImage) {
   EXPECT_EQ(hex_anyPreserved(H, 0, top), 0); // the run ends just below the top
   EXPECT_EQ(hex_anyPreserved(H, 1, top), 1);
   EXPECT_EQ(hex_hasAnyByte(H, far + 1, half - far - 1), 0);
-  EXPECT_EQ(hex_getByte(H, top - 0x100) + hex_getByte(H, top - 0xFE), 0); // both absent
-  EXPECT_EQ(hex_getByte(H, top - 0xFF), 0xFF);
   // Deleting the byte at 2^63 moves no bound; deleting the one at 0x10
   // moves the low bound across 2^40 addresses without a row.
   EXPECT_EQ(hex_deleteBytes(H, half, 1), 1);
@@ -74,7 +53,7 @@ TEST_F(ImageTest, WholeAddressSpaceOnASparseImage) {
   // A run past the top stops there. Intended: the preserved top byte stops
   // the deletion, the bytes before it stay deleted and the bounds are stale.
   EXPECT_EQ(hex_deleteBytes(H, 0x11, top), 0);
-  EXPECT_EQ(errors(), "ENODATA ENODATA EPRESERVED@FFFFFFFFFFFFFFFF"); // the test's only records
+  EXPECT_EQ(errors(), "EPRESERVED@FFFFFFFFFFFFFFFF"); // the test's only record
   EXPECT_EQ(bounds(H), "count 1 10000000000-FFFFFFFFFFFFFFFF");
   EXPECT_EQ(present(H), "FFFFFFFFFFFFFFFF=FFR/A");
 }

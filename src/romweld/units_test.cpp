@@ -3,21 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <cstdint>
+#include <tuple>
 
 namespace {
 
 constexpr uint64_t TOP = UINT64_MAX;
 
 TEST(Units, AddressesScaleOrRefuse) {
-  struct Row {
-    units_kind kind;
-    uint64_t value;
-    uint32_t unit;
-    bool fits;
-    uint64_t bytes;
-  };
-  const Row rows[] = {
-      {UNITS_START, 0, 8, true, 0},
+  // Kind, value, unit, whether it fits, the value in bytes.
+  const std::tuple<units_kind, uint64_t, uint32_t, bool, uint64_t> rows[] = {
       {UNITS_START, 0x10, 0, true, 0x10}, // unit 0 means bytes
       {UNITS_START, TOP, 1, true, TOP},
       {UNITS_START, 0x1FFFFFFFFFFFFFFF, 8, true, 0xFFFFFFFFFFFFFFF8},
@@ -36,12 +30,11 @@ TEST(Units, AddressesScaleOrRefuse) {
       {UNITS_INTERVAL, 3, 8, true, 24},
       {UNITS_INTERVAL, 0x2000000000000000, 8, false, 0},
   };
-  for (const Row &row : rows) {
-    SCOPED_TRACE(testing::Message() << row.kind << " 0x" << std::hex << row.value << " unit "
-                                    << row.unit);
+  for (auto [kind, value, unit, fits, want] : rows) {
+    SCOPED_TRACE(testing::Message() << kind << " 0x" << std::hex << value << " unit " << unit);
     uint64_t bytes = 0xDEAD;
-    EXPECT_EQ(units_scale(row.kind, row.value, row.unit, &bytes), row.fits);
-    EXPECT_EQ(bytes, row.fits ? row.bytes : 0xDEAD) << "a refused value leaves the result alone";
+    EXPECT_EQ(units_scale(kind, value, unit, &bytes), fits);
+    EXPECT_EQ(bytes, fits ? want : 0xDEAD) << "a refused value leaves the result alone";
   }
 }
 
