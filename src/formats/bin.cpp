@@ -157,23 +157,16 @@ bool readStream(reader &r, FILE *in) {
 
 bool bin_readToMerge(ihex *x, FILE *in, const ihex_readspec *settings, const hexdata *dst,
                      ihex_extent *placed) {
-  if (!x || !in) {
-    hex_setError(ENULL);
-    return false;
-  }
-  ihex_clearForRead(x);
-  place_sink sink(x->image, settings, dst);
-  reader r{&sink, settings};
-  const int64_t size = sizeLeft(in);
-  bool ok = size >= 0 ? readSized(r, in, static_cast<uint64_t>(size)) : readStream(r, in);
-  if (ok && std::ferror(in)) {
-    hex_setError(EIO);
-    ok = false;
-  }
-  place_finish(&sink);
-  if (placed)
-    *placed = place_extent(&sink);
-  return ok && r.ok;
+  return place_read(x, in, settings, dst, placed, [&](place_sink &sink) {
+    reader r{&sink, settings};
+    const int64_t size = sizeLeft(in);
+    bool ok = size >= 0 ? readSized(r, in, static_cast<uint64_t>(size)) : readStream(r, in);
+    if (ok && std::ferror(in)) {
+      hex_setError(EIO);
+      ok = false;
+    }
+    return ok && r.ok;
+  });
 }
 
 namespace {

@@ -242,30 +242,24 @@ bool place(const source &s, place_sink *sink, const std::vector<piece> &pieces) 
 
 bool elffile_readToMerge(ihex *x, FILE *in, const ihex_readspec *settings, const hexdata *dst,
                          ihex_extent *placed) {
-  if (!x || !in) {
-    hex_setError(ENULL);
-    return false;
-  }
-  ihex_clearForRead(x);
-  place_sink sink(x->image, settings, dst);
-  bool ok = false;
-  if (!libelfReady()) {
-    hex_setNumError(EBADFILE, ELFFILE_UNREADABLE);
-  } else if (source s; openSource(s, in)) {
+  return place_read(x, in, settings, dst, placed, [&](place_sink &sink) {
+    if (!libelfReady()) {
+      hex_setNumError(EBADFILE, ELFFILE_UNREADABLE);
+      return false;
+    }
+    source s;
+    if (!openSource(s, in))
+      return false;
     std::vector<piece> pieces;
     uint64_t entry = 0;
     if (const uint32_t why = decode(s, &pieces, &entry)) {
       hex_setNumError(EBADFILE, why);
-    } else if (withinBudget(pieces, settings)) {
-      ok = place(s, &sink, pieces);
-      if (entry != 0 && entry <= UINT32_MAX) {
-        x->EIP = static_cast<uint32_t>(entry);
-        x->hasEIP = true;
-      }
+      return false;
     }
-  }
-  place_finish(&sink);
-  if (placed)
-    *placed = place_extent(&sink);
-  return ok;
+    if (!withinBudget(pieces, settings))
+      return false;
+    if (entry != 0 && entry <= UINT32_MAX)
+      ihex_setSLA(x, static_cast<uint32_t>(entry));
+    return place(s, &sink, pieces);
+  });
 }

@@ -224,30 +224,26 @@ template <size_t HEAD, class Reader> bool eachLine(FILE *in, Reader &r) {
   }
 }
 
-// Reads a whole stream into x (its image and start addresses cleared
-// first) with a Reader built on readState. True when it was read without
-// any recorded problem; a stream that the Reader found incomplete fails
-// with ENOEOF.
+// Reads a whole stream into x (place_read) with a Reader built on
+// readState. True when it was read without any recorded problem; a stream
+// that the Reader found incomplete fails with ENOEOF.
 template <size_t HEAD, class Reader>
 bool readStream(ihex *x, FILE *in, const ihex_readspec *spec, const hexdata *mergeInto,
                 ihex_extent *placed) {
-  ihex_clearForRead(x);
-  place_sink sink(x->image, spec, mergeInto);
-  Reader r{{x, &sink}};
-  bool ok = eachLine<HEAD>(in, r);
-  // A stream cut short by a read error is usually incomplete too: the read
-  // error is what the user must hear about.
-  if (ok && std::ferror(in)) {
-    hex_setError(EIO);
-    ok = false;
-  } else if (ok && !r.complete) {
-    hex_setError(ENOEOF);
-    ok = false;
-  }
-  place_finish(&sink);
-  if (placed)
-    *placed = place_extent(&sink);
-  return ok && r.ok;
+  return place_read(x, in, spec, mergeInto, placed, [&](place_sink &sink) {
+    Reader r{{x, &sink}};
+    bool ok = eachLine<HEAD>(in, r);
+    // A stream cut short by a read error is usually incomplete too: the
+    // read error is what the user must hear about.
+    if (ok && std::ferror(in)) {
+      hex_setError(EIO);
+      ok = false;
+    } else if (ok && !r.complete) {
+      hex_setError(ENOEOF);
+      ok = false;
+    }
+    return ok && r.ok;
+  });
 }
 
 // ---- writing -----------------------------------------------------------------

@@ -178,10 +178,6 @@ bool reader::onOverlong(const char *head, bool stray) {
 } // namespace
 
 bool ihex_readSpecd(ihex *x, FILE *in, const ihex_readspec *spec) {
-  if (!x || !in) {
-    hex_setError(ENULL);
-    return false;
-  }
   return readStream<MAX_RECORD_CHARS, reader>(x, in, spec, nullptr, nullptr);
 }
 

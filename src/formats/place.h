@@ -13,7 +13,11 @@
 #include <cstdint>
 #include <memory>
 
+#include <cstdio>
+
+#include "image/hex_errno.h"
 #include "image/hexdata.h"
+#include "image/hexobject.h"
 #include "image/record.h"
 
 // The read settings of one input file, in the shape of record.h: the range
@@ -74,3 +78,23 @@ void place_finish(place_sink *s);
 // The addresses the stream placed: the image's extent widened by the bytes
 // left out.
 ihex_extent place_extent(const place_sink *s);
+
+// The frame of every reader: ENULL for a null hex object or stream; else
+// x is emptied (image and start addresses), `read` decodes the stream into
+// the sink it is given, the placing ends, and *placed (when not null) gets
+// the extent. Returns what `read` returned.
+template <class Read>
+bool place_read(ihex *x, FILE *in, const ihex_readspec *spec, const hexdata *mergeInto,
+                ihex_extent *placed, Read read) {
+  if (!x || !in) {
+    hex_setError(ENULL);
+    return false;
+  }
+  ihex_clearForRead(x);
+  place_sink sink(x->image, spec, mergeInto);
+  const bool ok = read(sink);
+  place_finish(&sink);
+  if (placed)
+    *placed = place_extent(&sink);
+  return ok;
+}

@@ -152,9 +152,5 @@ bool reader::onOverlong(const char *head, bool stray) {
 
 bool srec_readToMerge(ihex *x, FILE *in, const ihex_readspec *spec, const hexdata *dst,
                       ihex_extent *placed) {
-  if (!x || !in) {
-    hex_setError(ENULL);
-    return false;
-  }
   return readStream<MAX_RECORD_CHARS, reader>(x, in, spec, dst, placed);
 }
